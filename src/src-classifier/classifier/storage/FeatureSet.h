@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "classifier/storage/LaneBase.h"
+#include "classifier/storage/StorageTypes.h"
+#include "util/Bytes.h"
+
+namespace util::database {
+class DatabaseReader;
+}
+
+namespace halvern::classifier::storage {
+
+// Everything that a classifier has learned: the class table, and one lane for each length of a feature.
+//
+// It has no locks. Between add or sub and the lanes' compact() it must not be read, serialised or have a
+// class removed.
+class FeatureSet {
+public:
+    // A feature is shorter than this.
+    static constexpr std::size_t laneCount = 32;
+    // The class count is stored in 16 bits.
+    static constexpr std::size_t maxClasses = 65535;
+
+    FeatureSet();
+    // A deep copy, in the same state of compaction.
+    FeatureSet(const FeatureSet& other);
+    FeatureSet& operator=(const FeatureSet&) = delete;
+    ~FeatureSet();
+
+    void swap(FeatureSet& other) noexcept;
+
+    bool classExists(std::string_view name) const;
+    // Throws ClassifierException for a name that is empty or taken, and when the table is full.
+    void addClass(std::string_view name);
+    // Throws ClassifierException for an unknown name. The lanes must be compact.
+    void removeClass(std::string_view name);
+    // Throws ClassifierException for an unknown name.
+    ClassEntry& getClass(std::string_view name);
+    const ClassEntry& getClass(std::string_view name) const;
+
+    // Throws ClassifierException if the class is unknown, or if its total count can't take this much more. To
+    // be asked with the sum of a text before its first add, so that a text is taken as a whole or refused as
+    // a whole.
+    void requireRoom(std::string_view className, std::uint64_t count) const;
+    // Requires count > 0 and a feature shorter than laneCount. Changes nothing when it throws:
+    // ClassifierException for an unknown class or a count that would not fit, or std::bad_alloc.
+    void add(std::string_view className, std::string_view feature, std::uint32_t count);
+    // Takes off up to what the class holds of the feature. Requires and throws as add does; allocates
+    // nothing.
+    void sub(std::string_view className, std::string_view feature, std::uint32_t count);
+    // Folds what was trained into all lanes. Throws std::bad_alloc; nothing learned is lost then.
+    void compact();
+    void clear();
+
+    // Appends the class table and the lanes, which must be compact.
+    void serialize(util::Bytes& out) const;
+    // Replaces the content. Throws DatabaseReaderException for data that is cut off or contradicts itself,
+    // and std::bad_alloc; the content is then undefined until clear().
+    void deserialize(util::database::DatabaseReader& reader);
+
+    const std::vector<ClassEntry>& classes() const { return _classes; }
+    // Requires index < laneCount.
+    LaneBase& lane(std::size_t index) { return *_lanes[index]; }
+    const LaneBase& lane(std::size_t index) const { return *_lanes[index]; }
+
+private:
+    std::vector<ClassEntry> _classes;               // in class index order
+    std::vector<std::unique_ptr<LaneBase>> _lanes;  // always laneCount of them, by feature length
+};
+
+}  // namespace halvern::classifier::storage

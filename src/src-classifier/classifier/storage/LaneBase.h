@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "classifier/storage/StorageTypes.h"
+#include "util/Bytes.h"
+
+namespace util::database {
+class DatabaseReader;
+}
+
+namespace halvern::classifier::storage {
+
+// The records of a compact lane as plain bytes, from begin() to end().
+struct LaneIterator {
+    const char* record;         // the first record, or one past the last; null for an empty lane
+    std::uint64_t stride;       // bytes of a record
+    std::uint64_t featureSize;  // bytes of a feature, at the front of its record
+};
+
+// All records of the features of one length, for a caller that doesn't know the length.
+//
+// add and sub leave behind what only compact() folds in. The operations that say so require a lane that is
+// compact: new, loaded, or compacted since it last changed. Those that are const may run in any number of
+// threads at once; all others need the lane to themselves.
+class LaneBase {
+public:
+    virtual ~LaneBase() = default;
+
+    // Same feature length, same records, same counts. This lane must be compact.
+    virtual bool operator==(const LaneBase& other) const = 0;
+    // Drops the records of the class and moves all classes behind it down by one. Must be compact; allocates
+    // nothing.
+    virtual void removeClass(std::uint16_t classIndex) = 0;
+    // Returns true if the class did not have this feature. Requires count > 0. Changes nothing when it
+    // throws: std::bad_alloc, or ClassifierException if the record's count would not fit in 32 bits.
+    virtual bool add(std::string_view feature, std::uint16_t classIndex, std::uint32_t count) = 0;
+    // Takes off as much as there is, tells how much in removed, and returns true if that was the last of it.
+    virtual bool sub(std::string_view feature, std::uint16_t classIndex, std::uint32_t count,
+                     std::uint32_t& removed) = 0;
+    // Costs nothing on a compact lane. Throws std::bad_alloc and leaves the lane as it was.
+    virtual void compact() = 0;
+    // Gives all memory back.
+    virtual void clear() = 0;
+    // The record's count, or 0 without such a record. Must be compact.
+    virtual std::uint32_t find(std::string_view feature, std::uint16_t classIndex) const = 0;
+    // Fills the accessor with the feature's counts in all classes, and returns it. The accessor points into
+    // the lane, and is good until the lane next changes. Must be compact.
+    virtual ParameterAccessor& lookup(std::string_view feature, ParameterAccessor& accessor) const = 0;
+    // Sum of all counts, modulo 2^32. Must be compact.
+    virtual std::uint32_t totalCount() const = 0;
+    // Number of features, each counted once whatever the number of its classes. Must be compact.
+    virtual std::uint32_t uniqueFeatures() const = 0;
+    // Appends the number of records and their bytes. Must be compact.
+    virtual void serialize(util::Bytes& out) const = 0;
+    // Replaces the content. Throws DatabaseReaderException if the data is cut off, or if its records are not
+    // strictly in order, name a class at or beyond classCount, or have a count of 0; and std::bad_alloc. The
+    // lane is empty then.
+    virtual void deserialize(util::database::DatabaseReader& reader, std::uint32_t classCount) = 0;
+    // Must be compact.
+    virtual LaneIterator begin() const = 0;
+    virtual LaneIterator end() const = 0;
+};
+
+}  // namespace halvern::classifier::storage

@@ -1,0 +1,141 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "debug/Assertion.h"
+
+// The small records of which everything learned consists. There may be many millions of a FeatureRecord, so
+// it has no padding; its bytes in memory are also its bytes in the stored data, all numbers little-endian.
+namespace halvern::classifier::storage {
+
+// How often one feature was trained into one class.
+class [[gnu::packed]] Parameter {
+public:
+    Parameter() = default;
+    Parameter(std::uint16_t classIndex, std::uint32_t count) : _classIndex(classIndex), _count(count) {}
+
+    std::uint16_t classIndex() const { return _classIndex; }
+    std::uint32_t count() const { return _count; }
+
+    // Wraps past 32 bits; whoever adds has seen to it that there is room.
+    void add(std::uint32_t amount) { _count += amount; }
+    // Takes off at most what is there, and returns what was taken off.
+    std::uint32_t sub(std::uint32_t amount) {
+        const std::uint32_t taken = amount < _count ? amount : _count;
+        _count -= taken;
+        return taken;
+    }
+    // Follows the removal of a class with a lower index.
+    void packClassIndex() {
+        const std::uint16_t classIndex = static_cast<std::uint16_t>(_classIndex - 1);
+        CHECK(classIndex == _classIndex - 1, "Packing class indexes seems wrong");
+        _classIndex = classIndex;
+    }
+
+private:
+    std::uint16_t _classIndex;
+    std::uint32_t _count;
+};
+static_assert(sizeof(Parameter) == 6 && alignof(Parameter) == 1);
+
+// Orders two features of N bytes as unsigned bytes: below, equal to or above 0.
+template <std::size_t N>
+int compareFeatures(const char* left, const char* right) {
+    return std::memcmp(left, right, N);
+}
+template <>
+inline int compareFeatures<0>(const char*, const char*) {
+    return 0;
+}
+
+// One pair of a feature of N bytes and a class. The key is (feature, class index), the count isn't part of
+// it. Records order by their features, and those of one feature by class. The empty feature leaves one byte
+// of filler in front of the parameter, which has no meaning.
+template <std::size_t N>
+struct FeatureRecord {
+    static constexpr std::size_t featureBytes = N == 0 ? 1 : N;
+
+    FeatureRecord() = default;
+    // Requires text.size() == N.
+    FeatureRecord(std::string_view text, std::uint16_t classIndex, std::uint32_t count)
+        : feature{}, parameter(classIndex, count) {
+        if constexpr (N > 0) {
+            std::memcpy(feature, text.data(), N);
+        }
+    }
+
+    bool operator<(const FeatureRecord& other) const {
+        const int order = compareFeatures<N>(feature, other.feature);
+        return order != 0 ? order < 0 : parameter.classIndex() < other.parameter.classIndex();
+    }
+    bool operator==(const FeatureRecord& other) const {
+        return parameter.classIndex() == other.parameter.classIndex() &&
+               compareFeatures<N>(feature, other.feature) == 0;
+    }
+    // Of the key; never stored. Takes the bytes as signed, although the order takes them as unsigned.
+    std::uint64_t hash() const {
+        std::uint64_t seed = 0;
+        for (std::size_t i = 0; i < N; ++i) {
+            seed = combined(seed, static_cast<std::uint64_t>(
+                                      static_cast<std::int64_t>(static_cast<signed char>(feature[i]))));
+        }
+        return combined(combined(0, seed), parameter.classIndex());
+    }
+
+    char feature[featureBytes];
+    Parameter parameter;
+
+private:
+    static std::uint64_t combined(std::uint64_t seed, std::uint64_t value) {
+        return seed ^ (value + 0x9e3779b9u + (seed << 6) + (seed >> 2));
+    }
+};
+static_assert(sizeof(FeatureRecord<0>) == 7 && sizeof(FeatureRecord<1>) == 7 &&
+              sizeof(FeatureRecord<5>) == 11 && sizeof(FeatureRecord<31>) == 37 &&
+              alignof(FeatureRecord<31>) == 1);
+
+// What all classes know of one feature: the answer of a lane's lookup. Its owner makes it once for the
+// present number of classes and uses it for feature after feature, so that a lookup allocates nothing.
+class ParameterAccessor {
+public:
+    explicit ParameterAccessor(std::size_t classCount) : _parameters(classCount, 0) {}
+
+    // Forgets the feature; the number of classes stays.
+    void reset();
+    void setFeaturePtr(const char* featurePtr) {
+        CHECK(featurePtr != nullptr, "Setting null feature ptr");
+        feature = featurePtr;
+    }
+    void add(Parameter parameter) {
+        CHECK(parameter.classIndex() < _parameters.size(), "The parameter accessor array is to short");
+        CHECK(_parameters[parameter.classIndex()] == 0, "Overwriting a parameter accessor count");
+        _parameters[parameter.classIndex()] = parameter.count();
+        ++classes;
+        total += parameter.count();
+    }
+
+    const char* feature = nullptr;           // the lane's own bytes; null for an unknown feature
+    std::vector<std::uint32_t> _parameters;  // by class index; 0 where the class doesn't hold the feature
+    std::uint16_t classes = 0;               // number of classes that hold the feature
+    std::uint32_t total = 0;                 // sum over all classes, modulo 2^32
+};
+
+// A row of the class table.
+struct ClassEntry {
+    void addUnique() { ++_unique; }
+    void removeUnique();
+    void addCount(std::uint32_t count) { _count += count; }
+    void removeCount(std::uint32_t count);
+
+    std::string name;               // not empty, unique in its table
+    std::uint16_t _classIndex = 0;  // the row's place in the table, and the class's name in the lanes
+    std::uint32_t _count = 0;       // sum of the counts of the class's records
+    std::uint32_t _unique = 0;      // number of the class's records
+};
+
+}  // namespace halvern::classifier::storage
