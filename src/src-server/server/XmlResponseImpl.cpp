@@ -1,0 +1,145 @@
+#include "server/XmlResponseImpl.h"
+
+#include <charconv>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "classifier/Classification.h"
+#include "debug/Assertion.h"
+#include "server/ResponseText.h"
+
+namespace halvern::morvane {
+namespace {
+
+// A number as printf writes it with "%.6g", which the C++ standard promises of this conversion, locale aside.
+class GeneralNumber {
+public:
+    explicit GeneralNumber(double value) {
+        *std::to_chars(_text, _text + sizeof(_text) - 1, value, std::chars_format::general, 6).ptr = '\0';
+    }
+    const char* c_str() const { return _text; }
+
+private:
+    char _text[32];
+};
+
+// The bytes of a keyword up to its first zero byte.
+std::string_view tokenOf(const classifier::Keyword& keyword) {
+    const std::string_view token(keyword.token, keyword.length);
+    return token.substr(0, token.find('\0'));
+}
+
+template <std::size_t Size>
+void append(std::string& out, const util::StringStream<Size>& stream) {
+    out.append(stream.str(), stream.size());
+}
+
+}  // namespace
+
+XmlResponseImpl::XmlResponseImpl(const std::string& responseNamespace, const ResponseVersion& version)
+    : _version(version) {
+    _header << "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<morvane xmlns=\"" << responseNamespace
+            << "\" version=\"" << _version.text << "\">\n";
+    _footer << "</morvane>";
+}
+
+void XmlResponseImpl::classify(const std::string& id, const classifier::Classification& classification) {
+    CHECK(!classification.getProbabilities().empty());
+    util::StringStream<4096> block;
+    // Clients of version 1.00 were written before there was a coverage and validate what they get.
+    if (_version.number > 1.0) {
+        block << "\t\t<classification textCoverage=\""
+              << GeneralNumber(classification.getTextCoverage()).c_str() << "\">\n";
+    } else {
+        block << "\t\t<classification>\n";
+    }
+    for (const auto& [name, probability] : classification.getProbabilities()) {
+        block << "\t\t\t<class className=\"" << responseText(name) << "\" p=\""
+              << GeneralNumber(probability).c_str() << "\"/>\n";
+    }
+    block << "\t\t</classification>\n";
+    _readCalls << "\t<classify id=\"" << responseText(id) << "\">\n" << block.str() << "\t</classify>\n";
+}
+
+void XmlResponseImpl::classifyKeywords(const std::string& id, const classifier::Keywords& keywords) {
+    util::StringStream<4096> block;
+    block << "\t\t<keywords>\n";
+    for (const classifier::Keyword& keyword : keywords) {
+        block << "\t\t\t<keyword className=\"" << responseText(keyword.className) << "\" p=\""
+              << GeneralNumber(keyword.probability).c_str() << "\">" << responseText(tokenOf(keyword))
+              << "</keyword>\n";
+    }
+    block << "\t\t</keywords>\n";
+    _readCalls << "\t<classifyKeywords id=\"" << responseText(id) << "\">\n"
+               << block.str() << "\t</classifyKeywords>\n";
+}
+
+void XmlResponseImpl::getInformation(const std::string& id,
+                                     const std::vector<classifier::ClassInformation>& classes) {
+    util::StringStream<4096> block;
+    block << "\t\t\t<classes>\n";
+    for (const classifier::ClassInformation& information : classes) {
+        block << "\t\t\t\t<classInformation className=\"" << responseText(information.name)
+              << "\">\n\t\t\t\t\t<uniqueFeatures>" << information.uniqueFeatures
+              << "</uniqueFeatures>\n\t\t\t\t\t<totalCount>" << information.totalCount
+              << "</totalCount>\n\t\t\t\t</classInformation>\n";
+    }
+    block << "\t\t\t</classes>\n";
+    // This call has always stood one tab deeper than the other two.
+    _readCalls << "\t\t<getInformation id=\"" << responseText(id) << "\">\n"
+               << block.str() << "\t\t</getInformation>\n";
+}
+
+void XmlResponseImpl::create(const std::string& id) { writeCall("create", id); }
+
+void XmlResponseImpl::remove(const std::string& id) { writeCall("remove", id); }
+
+void XmlResponseImpl::addClass(const std::string& id) { writeCall("addClass", id); }
+
+void XmlResponseImpl::removeClass(const std::string& id) { writeCall("removeClass", id); }
+
+void XmlResponseImpl::train(const std::string& id) { writeCall("train", id); }
+
+void XmlResponseImpl::untrain(const std::string& id) { writeCall("untrain", id); }
+
+void XmlResponseImpl::writeCall(const char* method, const std::string& id) {
+    _writeCalls << "\t\t<" << method << " id=\"" << responseText(id) << "\"/>\n";
+}
+
+std::string& XmlResponseImpl::render(std::string& out) {
+    out.clear();
+    append(out, _header);
+    if (_readCalls.size() == 0 && _writeCalls.size() == 0) {
+        out +=
+            "\t<status success=\"false\" statusCode=\"5000\">No calls were found in the response.</status>\n";
+    } else {
+        out += "\t<status success=\"true\" statusCode=\"2000\"/>\n";
+    }
+    if (_readCalls.size() != 0) {
+        out += "\t<readCalls>\n";
+        append(out, _readCalls);
+        out += "\t</readCalls>\n";
+    }
+    if (_writeCalls.size() != 0) {
+        out += "\t<writeCalls>\n";
+        append(out, _writeCalls);
+        out += "\t</writeCalls>\n";
+    }
+    append(out, _footer);
+    return out;
+}
+
+void XmlResponseImpl::clear() {
+    _readCalls.clear();
+    _writeCalls.clear();
+}
+
+XmlResponseFactoryImpl::XmlResponseFactoryImpl(std::string responseNamespace)
+    : _namespace(std::move(responseNamespace)) {}
+
+std::unique_ptr<Response> XmlResponseFactoryImpl::create(const ResponseVersion& version) const {
+    return std::make_unique<XmlResponseImpl>(_namespace, version);
+}
+
+}  // namespace halvern::morvane
