@@ -1,0 +1,82 @@
+#include "util/StringHelper.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+
+#include "util/EscapeXml.h"
+
+using namespace std::string_literals;
+using util::StringHelper;
+
+TEST(EscapeXmlTest, OnlyTheFourCharactersOfMarkupChange) {
+    EXPECT_EQ(util::escapeXml("a<b"), "a&lt;b");
+    EXPECT_EQ(util::escapeXml("&amp;"), "&amp;amp;");
+    EXPECT_EQ(util::escapeXml("\"x\" > 'y'\xC3\xA9\x80\n"), "&quot;x&quot; &gt; 'y'\xC3\xA9\x80\n");
+    EXPECT_EQ(util::escapeXml(""), "");
+    EXPECT_EQ(util::escapeXml("a\0<"s), "a\0&lt;"s);
+}
+
+TEST(StringHelperTest, OnlyAsciiLettersAreFolded) {
+    EXPECT_EQ(StringHelper::toLower("@AZ[`az{ \xC4\xD6\xE5"), "@az[`az{ \xC4\xD6\xE5");
+}
+
+TEST(StringHelperTest, ReplacementsAreNotSearchedAgain) {
+    const struct {
+        const char* text;
+        const char* search;
+        const char* replacement;
+        const char* expected;
+        std::size_t replacements;
+    } cases[] = {
+        {"a.b.c", ".", "..", "a..b..c", 2}, {"aaaa", "aa", "a", "aa", 2},    {"aaa", "aa", "b", "ba", 1},
+        {"abc", "abc", "", "", 1},          {"ab", "abc", "x", "ab", 0},     {"", "a", "b", "", 0},
+        {"abc", "", "x", "abc", 0},         {"xay", "a", "xay", "xxayy", 1},
+    };
+    for (const auto& row : cases) {
+        std::string text = row.text;
+        EXPECT_EQ(StringHelper::replaceAll(text, row.search, row.replacement), row.replacements) << row.text;
+        EXPECT_EQ(text, row.expected);
+    }
+}
+
+TEST(StringHelperTest, EveryCharacterUpTo255IsNarrowedToItsByte) {
+    std::wstring wide;
+    std::string bytes;
+    for (int i = 1; i < 256; ++i) {
+        wide += static_cast<wchar_t>(i);
+        bytes += static_cast<char>(i);
+    }
+    EXPECT_EQ(StringHelper::narrow(wide), bytes);
+    EXPECT_EQ(StringHelper::narrow(L"ab\0\x100"s), "ab");
+    for (const wchar_t beyond : {L'\x100', L'\x10FFFF', static_cast<wchar_t>(-1)}) {
+        try {
+            StringHelper::narrow(L"a"s + beyond);
+            ADD_FAILURE() << static_cast<long>(beyond);
+        } catch (const util::StringHelperException& failure) {
+            EXPECT_STREQ(failure.what(), "Could not get the length of the wide string.");
+        }
+    }
+}
+
+TEST(StringHelperTest, TheDirectoryOfAPathEndsInItsSlash) {
+    EXPECT_EQ(StringHelper::directoryOf("\"/opt/my server/morvaneserver\""), "/opt/my server/");
+    EXPECT_EQ(StringHelper::directoryOf("./x"), "./");
+    EXPECT_EQ(StringHelper::directoryOf("/x"), "/");
+    EXPECT_EQ(StringHelper::directoryOf("morvaneserver"), "");
+    EXPECT_EQ(StringHelper::directoryOf(""), "");
+}
+
+TEST(StringHelperTest, RandomBytesVaryAndStartAnewInEachThread) {
+    std::string first;
+    std::string second;
+    std::thread([&] { first = StringHelper::randomBytes(1000); }).join();
+    std::thread([&] {
+        second = StringHelper::randomBytes(500);
+        second += StringHelper::randomBytes(500);
+    }).join();
+    EXPECT_EQ(first.size(), 1000u);
+    EXPECT_TRUE(first == second);
+    EXPECT_TRUE(first.substr(0, 500) != first.substr(500));
+}
