@@ -4,7 +4,7 @@
 
 namespace halvern::classifier {
 
-/// What a caller of the engine can get wrong: a class that doesn't exist, data that isn't a classifier.
+// What a caller of the engine can get wrong: a class that doesn't exist, data that isn't a classifier.
 class ClassifierException final : public exceptions::WithMessage<exceptions::Exception> {
 public:
     using WithMessage::WithMessage;

@@ -9,15 +9,15 @@
 
 namespace halvern::classifier {
 
-/// How often each token occurs in one text.
-///
-/// Iteration follows the first occurrence of the tokens in the text, so that everything computed from the
-/// counts depends on the text alone. The hash behind it has keys drawn once for each process: a text can't be
-/// built so that its tokens collide. Made, filled, read and dropped by one thread.
+// How often each token occurs in one text.
+//
+// Iteration follows the first occurrence of the tokens in the text, so that everything computed from the
+// counts depends on the text alone. The hash behind it has keys drawn once for each process: a text can't be
+// built so that its tokens collide. Made, filled, read and dropped by one thread.
 class TokenCounts {
 public:
     struct Entry {
-        std::string_view token;  ///< valid until the next add
+        std::string_view token;  // valid until the next add
         std::uint32_t count;
     };
 
@@ -44,10 +44,10 @@ public:
 
     TokenCounts();
 
-    /// Counts one more occurrence of the token. The number sticks at 4,294,967,295.
+    // Counts one more occurrence of the token. The number sticks at 4,294,967,295.
     void add(std::string_view token);
 
-    /// The number of distinct tokens.
+    // The number of distinct tokens.
     std::size_t size() const { return _records.size(); }
     bool empty() const { return _records.empty(); }
 
