@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "exceptions/Exception.h"
+#include "io/IOException.h"
+#include "util/Bytes.h"
+
+namespace io::filesystem {
+
+class SaveFileException : public io::IOException {};
+
+class SaveFileExceptionImpl final : public exceptions::WithMessage<SaveFileException> {
+public:
+    using WithMessage::WithMessage;
+};
+
+// Writes files of at most 2,147,483,647 bytes whole. Safe from any thread, but two saves of one name are not
+// ordered by it.
+class SaveFile {
+public:
+    static constexpr std::uint32_t APPEND = 8;
+
+    virtual ~SaveFile() = default;
+
+    // Mode 0 makes data the content of the file, mode APPEND adds it to the end; both create a missing file.
+    //
+    // A replaced file is durable when save returns, and at no moment does the name stand for a part of the
+    // data: a save that throws a SaveFileException leaves the old content, whatever stopped it. The one
+    // exception is a directory that cannot be brought to the disk; the new content is visible then, but may
+    // be lost again in a power cut. An append that fails may have added the beginning of the data.
+    virtual void save(const std::string& name, const util::Bytes& data, std::uint32_t mode = 0) const = 0;
+};
+
+class SaveFileImpl final : public SaveFile {
+public:
+    void save(const std::string& name, const util::Bytes& data, std::uint32_t mode = 0) const override;
+};
+
+}  // namespace io::filesystem
