@@ -1,0 +1,37 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "windows/com/xml/ExceptionThrower.h"
+
+struct _xmlSchema;
+
+namespace windows::com::xml {
+
+class Document;
+
+// Compiled schemas by their target namespace.
+//
+// Filled by one thread at start-up; from then on any number of documents in any threads validate against it.
+// Copies share their content.
+class SchemaCache final : public ExceptionThrower {
+public:
+    SchemaCache();
+
+    // Compiles the schema that document holds and files it under targetNamespace, which must be its own. The
+    // files it includes are read only if document resolves externals. Throws SchemaCacheException.
+    void add(const Document& document, const std::string& targetNamespace);
+
+    // The schema for documents whose root is in this namespace, or null. For Document.
+    _xmlSchema* find(const std::string& targetNamespace) const;
+
+private:
+    class Schemas;
+
+    [[noreturn]] void raise(const std::string& text) const override;
+
+    std::shared_ptr<Schemas> _schemas;
+};
+
+}  // namespace windows::com::xml
