@@ -1,0 +1,106 @@
+#pragma once
+
+#include <boost/unordered_set.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "classifier/storage/LaneBase.h"
+#include "classifier/storage/StorageTypes.h"
+
+namespace halvern::classifier::storage {
+
+// All records of the features that are N bytes long.
+//
+// Counts of known records change in place in one sorted, packed array, the only store that readers see. New
+// records wait in a hash table until compact() merges both. A record of the array whose count falls to 0
+// keeps its place until then, and the same key coming back takes it again.
+template <std::size_t N>
+class VectorLane final : public LaneBase {
+public:
+    VectorLane() = default;
+    // Copies both stores, so a copy of a lane that isn't compact isn't either. The array's copy has no slack.
+    VectorLane(const VectorLane&) = default;
+    VectorLane& operator=(const VectorLane&) = delete;
+
+    bool isCompact() const { return _permaDeleted == 0 && _temporary.empty(); }
+
+    bool operator==(const LaneBase& other) const override;
+    bool operator==(const VectorLane& other) const;
+    void removeClass(std::uint16_t classIndex) override;
+    bool add(std::string_view feature, std::uint16_t classIndex, std::uint32_t count) override;
+    bool sub(std::string_view feature, std::uint16_t classIndex, std::uint32_t count,
+             std::uint32_t& removed) override;
+    void compact() override;
+    void clear() override;
+    std::uint32_t find(std::string_view feature, std::uint16_t classIndex) const override;
+    ParameterAccessor& lookup(std::string_view feature, ParameterAccessor& accessor) const override;
+    std::uint32_t totalCount() const override;
+    std::uint32_t uniqueFeatures() const override;
+    void serialize(util::Bytes& out) const override;
+    void deserialize(util::database::DatabaseReader& reader, std::uint32_t classCount) override;
+    LaneIterator begin() const override;
+    LaneIterator end() const override;
+
+private:
+    using Record = FeatureRecord<N>;
+    using Records = std::vector<Record>;
+    using Place = typename Records::const_iterator;
+    struct Hash {
+        std::size_t operator()(const Record& record) const { return record.hash(); }
+    };
+    using Temporary = boost::unordered_set<Record, Hash>;
+
+    // The first record of _permanent that below doesn't hold for.
+    template <class Below>
+    const Record* lowerBound(const Below& below) const;
+    const Record* findPermanent(const Record& key) const;
+    // The first record of _permanent at or behind from that isn't below the key.
+    Place firstNotBelow(const Record& key, Place from) const;
+    // Without the reserved places.
+    void appendLiving(Records& out, Place from, Place to) const;
+    static void requireSound(const Records& records, std::uint32_t classCount);
+
+    Records _permanent;                    // sorted by key, capacity equal to size when compacted
+    Temporary _temporary{initialBuckets};  // never holds a key that _permanent holds, nor a count of 0
+    std::int32_t _permaDeleted = 0;        // records of _permanent with a count of 0
+
+    static constexpr std::size_t initialBuckets = 16;
+};
+
+// 32 lanes are the dearest thing to compile in this library; they are made once, in units of their own.
+extern template class VectorLane<0>;
+extern template class VectorLane<1>;
+extern template class VectorLane<2>;
+extern template class VectorLane<3>;
+extern template class VectorLane<4>;
+extern template class VectorLane<5>;
+extern template class VectorLane<6>;
+extern template class VectorLane<7>;
+extern template class VectorLane<8>;
+extern template class VectorLane<9>;
+extern template class VectorLane<10>;
+extern template class VectorLane<11>;
+extern template class VectorLane<12>;
+extern template class VectorLane<13>;
+extern template class VectorLane<14>;
+extern template class VectorLane<15>;
+extern template class VectorLane<16>;
+extern template class VectorLane<17>;
+extern template class VectorLane<18>;
+extern template class VectorLane<19>;
+extern template class VectorLane<20>;
+extern template class VectorLane<21>;
+extern template class VectorLane<22>;
+extern template class VectorLane<23>;
+extern template class VectorLane<24>;
+extern template class VectorLane<25>;
+extern template class VectorLane<26>;
+extern template class VectorLane<27>;
+extern template class VectorLane<28>;
+extern template class VectorLane<29>;
+extern template class VectorLane<30>;
+extern template class VectorLane<31>;
+
+}  // namespace halvern::classifier::storage
