@@ -1,0 +1,40 @@
+#pragma once
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include "support/TempDir.h"
+
+namespace support {
+
+// Runs the call in a process of its own, and tells the two lines of the check that ended it: the condition,
+// and the description after " / ". Empty if the call came back.
+template <class Call>
+std::string failedCheck(Call&& call) {
+    const TempDir folder;
+    const pid_t child = fork();
+    if (child == 0) {
+        std::fclose(stdout);
+        std::fclose(stderr);
+        if (chdir(folder.path().c_str()) == 0) {
+            call();
+        }
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (!WIFSIGNALED(status)) {
+        return "";
+    }
+    const std::string report = readFile(folder.file("assertion.txt"));
+    const auto lineBehind = [&report](const std::string& label) {
+        const std::size_t start = report.find(label) + label.size();
+        return report.substr(start, report.find('\n', start) - start);
+    };
+    return lineBehind("Assertion failed. Message: ") + " / " + lineBehind("\nDescription: ");
+}
+
+}  // namespace support
