@@ -1,0 +1,279 @@
+#include "classifier/ClassifierImpl.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+#include <string>
+#include <utility>
+
+#include "classifier/ClassifierException.h"
+#include "classifier/DefaultCallback.h"
+#include "classifier/KeywordExtractor.h"
+#include "classifier/Scoring.h"
+#include "debug/Assertion.h"
+#include "util/FixedStream.h"
+#include "util/database/DatabaseReader.h"
+
+namespace halvern::classifier {
+
+namespace {
+
+constexpr std::uint32_t DATA_VERSION = 5;
+constexpr std::uint32_t NEWEST_EXTRACTOR = 5;
+constexpr std::uint32_t EXTRACTOR_WITHOUT_FOLDING = 3;
+
+// For classifications that want no keywords. Its limit keeps it empty, so all threads may share it.
+Keywords noKeywords(0, 0.0);
+
+[[noreturn]] void throwUnknownClass(const char* action, std::string_view className) {
+    util::FixedStream<4096> text;
+    text << "Trying to " << action << " on a class that doesn't exist. Class name '"
+         << std::string(className).c_str() << "'.";
+    throw ClassifierException(text.str());
+}
+
+std::uint64_t occurrencesOf(const TokenCounts& tokenCounts) {
+    std::uint64_t sum = 0;
+    for (const auto& [token, count] : tokenCounts) {
+        sum += count;
+    }
+    return sum;
+}
+
+// Offers the token as a keyword of the class with the greatest share of its values; the first of equals wins.
+void selectKeyword(const Scoring& scoring, const storage::ParameterAccessor& accessor,
+                   const TokenCounts::Entry& entry, const std::vector<storage::ClassEntry>& classes,
+                   Keywords& keywords) {
+    double best = keywords.minProbability();
+    const storage::ClassEntry* strongest = nullptr;
+    for (const storage::ClassEntry& candidate : classes) {
+        const double share = scoring.tokenValue()[candidate._classIndex] / scoring.valueSum();
+        if (share > best) {
+            best = share;
+            strongest = &candidate;
+        }
+    }
+    if (strongest != nullptr) {
+        keywords.offer(
+            Keyword(accessor.feature, entry.token.size(), best, entry.count, strongest->name.c_str()));
+    }
+}
+
+}  // namespace
+
+ClassifierImpl::ClassifierImpl(CallbackFactory* factory, double smoothing)
+    : _callback(factory != nullptr ? factory->create() : std::make_unique<DefaultCallback>()),
+      _dataVersion(DATA_VERSION),
+      _extractorVersion(NEWEST_EXTRACTOR),
+      _smoothing(smoothing),
+      _extractor(makeFeatureExtractor(NEWEST_EXTRACTOR)) {}
+
+ClassifierImpl::ClassifierImpl(const ClassifierImpl& other)
+    : _callback(other._callback->clone()),
+      _dataVersion(other._dataVersion),
+      _extractorVersion(other._extractorVersion),
+      _smoothing(other._smoothing),
+      _extractor(makeFeatureExtractor(other._extractorVersion)),
+      _features(other._features) {}
+
+ClassifierImpl::~ClassifierImpl() = default;
+
+void ClassifierImpl::swap(Classifier& classifier) {
+    auto& other = dynamic_cast<ClassifierImpl&>(classifier);
+    std::swap(_callback, other._callback);
+    std::swap(_dataVersion, other._dataVersion);
+    std::swap(_extractorVersion, other._extractorVersion);
+    std::swap(_smoothing, other._smoothing);
+    std::swap(_extractor, other._extractor);
+    _features.swap(other._features);
+}
+
+std::unique_ptr<Classifier> ClassifierImpl::clone() const {
+    return std::unique_ptr<Classifier>(new ClassifierImpl(*this));
+}
+
+bool ClassifierImpl::classExists(std::string_view className) const {
+    return _features.classExists(className);
+}
+
+void ClassifierImpl::addClass(std::string_view className) { _features.addClass(className); }
+
+void ClassifierImpl::removeClass(std::string_view className) { _features.removeClass(className); }
+
+void ClassifierImpl::train(std::string_view className, std::string_view text) {
+    TokenCounts tokenCounts;
+    _extractor->extract(text, tokenCounts);
+    if (className.empty()) {
+        throw ClassifierException(
+            "When training the classifier the class name must at least have one character.");
+    }
+    if (tokenCounts.empty()) {
+        return;
+    }
+    if (!classExists(className)) {
+        throwUnknownClass("train", className);
+    }
+    _features.requireRoom(className, occurrencesOf(tokenCounts));
+    auto next = tokenCounts.begin();
+    try {
+        for (; next != tokenCounts.end(); ++next) {
+            const auto [token, count] = *next;
+            _features.add(className, token, count);
+        }
+    } catch (...) {
+        // A text is learned whole or not at all. Taking features off needs no memory.
+        for (auto added = tokenCounts.begin(); added != next; ++added) {
+            const auto [token, count] = *added;
+            _features.sub(className, token, count);
+        }
+        throw;
+    }
+}
+
+void ClassifierImpl::untrain(std::string_view className, std::string_view text) {
+    TokenCounts tokenCounts;
+    _extractor->extract(text, tokenCounts);
+    if (className.empty()) {
+        throw ClassifierException(
+            "When untraining the classifier the class name must at least have one character.");
+    }
+    if (tokenCounts.empty()) {
+        return;
+    }
+    if (!classExists(className)) {
+        throwUnknownClass("untrain", className);
+    }
+    for (const auto& [token, count] : tokenCounts) {
+        _features.sub(className, token, count);
+    }
+}
+
+void ClassifierImpl::compact() { _features.compact(); }
+
+void ClassifierImpl::classify(std::string_view text, Classification& classification) const {
+    TokenCounts tokenCounts;
+    _extractor->extract(text, tokenCounts);
+    classifyTokens(tokenCounts, classification, noKeywords);
+}
+
+void ClassifierImpl::classifyKeywords(std::string_view text, Keywords& keywords) const {
+    TokenCounts tokenCounts;
+    const KeywordExtractor extractor(_extractor->getMaxTokenSize(),
+                                     _extractorVersion > EXTRACTOR_WITHOUT_FOLDING);
+    extractor.extract(text, tokenCounts);
+    Classification unused;
+    classifyTokens(tokenCounts, unused, keywords);
+}
+
+void ClassifierImpl::classifyTokens(const TokenCounts& tokenCounts, Classification& classification,
+                                    Keywords& keywords) const {
+    const std::vector<storage::ClassEntry>& classes = _features.classes();
+    if (classes.empty()) {
+        throw ClassifierException("Trying to classify a text before any classes have been added!");
+    }
+    Scoring scoring(classes, _smoothing);
+    storage::ParameterAccessor accessor(classes.size());
+    for (const TokenCounts::Entry entry : tokenCounts) {
+        _features.lane(entry.token.size()).lookup(entry.token, accessor);
+        if (accessor.classes == 0) {
+            continue;
+        }
+        scoring.add(accessor, entry.count);
+        if (keywords.limit() > 0) {
+            selectKeyword(scoring, accessor, entry, classes, keywords);
+        }
+    }
+    const std::vector<double> probabilities = scoring.probabilities();
+    classification.setTextCoverage(
+        tokenCounts.empty() ? 0.0 : scoring.found() / static_cast<double>(tokenCounts.size()));
+    for (std::size_t i = 0; i < classes.size(); ++i) {
+        requireValid(probabilities[i]);
+        classification.setProbability(classes[i].name, probabilities[i]);
+    }
+}
+
+// Stored data may bring any smoothing with it, so this can fail without a fault in the program.
+void ClassifierImpl::requireValid(double probability) const {
+    if (!std::isfinite(probability)) {
+        report("A probability is not fininte. One of the normalized probabilities are not valid.", __LINE__);
+    }
+    if (std::isnan(probability)) {
+        report("A probability is not a number. One of the normalized probabilities are not valid.", __LINE__);
+    }
+    if (!(0.0 <= probability && probability <= 1.0)) {
+        report(
+            "A probability is not between 0 and 1 inclusive. "
+            "One of the normalized probabilities are not valid.",
+            __LINE__);
+    }
+}
+
+void ClassifierImpl::report(const char* description, std::uint32_t line) const {
+    _callback->report("ClassifierImpl failure", description, debug::UnitName(__FILE__).c_str(), line);
+}
+
+std::vector<ClassInformation> ClassifierImpl::getInformation() const {
+    std::vector<ClassInformation> information;
+    information.reserve(_features.classes().size());
+    for (const storage::ClassEntry& entry : _features.classes()) {
+        information.push_back({entry.name, entry._unique, entry._count});
+    }
+    return information;
+}
+
+void ClassifierImpl::getTrainingData(util::Bytes& out) const {
+    out.clear();
+    util::database::writePrimitive(out, _dataVersion);
+    util::database::writePrimitive(out, _extractorVersion);
+    util::database::writePrimitive(out, _smoothing);
+    _features.serialize(out);
+}
+
+void ClassifierImpl::setTrainingData(const util::Bytes& data) {
+    _features.clear();
+    try {
+        load(data);
+    } catch (const util::database::DatabaseReaderException& exception) {
+        _features.clear();
+        util::FixedStream<4096> text;
+        text << "The data that the Classifier is being set with seems to be corrupt. " << exception.what();
+        throw ClassifierException(text.str());
+    } catch (const std::bad_alloc&) {
+        _features.clear();
+        throw;
+    }
+}
+
+void ClassifierImpl::load(const util::Bytes& data) {
+    if (data.empty()) {
+        throw ClassifierException("Trying to load classifier with empty training data.");
+    }
+    const auto version = util::database::DatabaseReader(data).getNextPrimitive<std::uint32_t>();
+    if (version == DATA_VERSION) {
+        deserialize(data);
+        return;
+    }
+    util::FixedStream<128> text;
+    text << "Trying to set the training data with a version that is not valid (" << version << "). Aborting.";
+    throw ClassifierException(text.str());
+}
+
+void ClassifierImpl::deserialize(const util::Bytes& data) {
+    util::database::DatabaseReader reader(data);
+    if (reader.getNextPrimitive<std::uint32_t>() != DATA_VERSION) {
+        throw ClassifierException("Expected version 5 data to deserialize");
+    }
+    _dataVersion = DATA_VERSION;
+    const auto extractorVersion = reader.getNextPrimitive<std::uint32_t>();
+    const auto smoothing = reader.getNextPrimitive<double>();
+    // Made before anything is taken over, so that version and extractor always fit together.
+    _extractor = makeFeatureExtractor(extractorVersion);
+    _extractorVersion = extractorVersion;
+    _smoothing = smoothing;
+    _features.deserialize(reader);
+    if (!reader.atEnd()) {
+        report("There should exist no more training data at this point.", __LINE__);
+    }
+}
+
+}  // namespace halvern::classifier

@@ -1,0 +1,109 @@
+#include "classifier/Scoring.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace halvern::classifier {
+
+namespace {
+
+constexpr double EXPONENT =
+    0.05;  // happens to equal the smoothing of new classifiers, but has nothing to do with it
+constexpr double OTHERS_SMOOTHING = 0.6;
+constexpr double SHARPNESS = 1.4;
+
+}  // namespace
+
+Scoring::Scoring(const std::vector<storage::ClassEntry>& classes, double smoothing)
+    : _classCount(classes.size()),
+      _smoothing(smoothing),
+      _powerOfNothing(std::pow(0.0 + smoothing, EXPONENT)),
+      _classBoost(_classCount),
+      _otherBoost(_classCount),
+      _tokenValue(_classCount),
+      _logScore(_classCount, 0.0) {
+    const auto sizeOf = [](const storage::ClassEntry& entry) { return entry._count + 1.0; };
+    double largest = 0.0;
+    double sum = 0.0;
+    for (const storage::ClassEntry& entry : classes) {
+        largest = std::max(largest, sizeOf(entry));
+        sum += sizeOf(entry);
+    }
+    const auto otherSizeOf = [&](const storage::ClassEntry& entry) { return (sum - sizeOf(entry)) + 1.0; };
+    double largestOther = 0.0;
+    for (const storage::ClassEntry& entry : classes) {
+        largestOther = std::max(largestOther, otherSizeOf(entry));
+    }
+    for (std::size_t i = 0; i < _classCount; ++i) {
+        _classBoost[i] = largest / sizeOf(classes[i]);
+        _otherBoost[i] = largestOther / otherSizeOf(classes[i]);
+    }
+}
+
+void Scoring::add(const storage::ParameterAccessor& token, std::uint32_t occurrences) {
+    _found += 1.0;
+    if (_classCount == 2) {
+        evaluatePair(token);
+    } else {
+        evaluate(token);
+    }
+    _valueSum = 0.0;
+    const double weight = occurrences;
+    for (std::size_t i = 0; i < _classCount; ++i) {
+        _valueSum += _tokenValue[i];
+        _logScore[i] += std::log(_tokenValue[i]) * weight;
+        // Once for each class, not for each token: the sharpness was chosen together with this.
+        _squares += weight * weight;
+    }
+}
+
+// With two classes each is the other's complement, so the complement would count everything twice.
+void Scoring::evaluatePair(const storage::ParameterAccessor& token) {
+    for (std::size_t i = 0; i < _classCount; ++i) {
+        _tokenValue[i] = _classBoost[i] * token._parameters[i] + _smoothing;
+    }
+}
+
+void Scoring::evaluate(const storage::ParameterAccessor& token) {
+    // A feature that few classes hold says more.
+    const double rarity =
+        _classCount > 2 ? std::log(static_cast<double>(_classCount) / token.classes) + 1.0 : 1.0;
+    // Added up anew because the accessor's total wraps at 32 bits. Below 2^53 the sum is exact as a double.
+    std::uint64_t everywhere = 0;
+    for (const std::uint32_t count : token._parameters) {
+        everywhere += count;
+    }
+    const double total = static_cast<double>(everywhere);
+    for (std::size_t i = 0; i < _classCount; ++i) {
+        const double count = token._parameters[i];
+        // Most classes don't hold most tokens, and the power is what costs most.
+        const double own = token._parameters[i] == 0
+                               ? _powerOfNothing
+                               : std::pow(_classBoost[i] * rarity * count + _smoothing, EXPONENT);
+        _tokenValue[i] = own / (_otherBoost[i] * rarity * (total - count) + OTHERS_SMOOTHING);
+    }
+}
+
+std::vector<double> Scoring::probabilities() const {
+    // The length of the text goes out, so that a long text isn't surer than a short one.
+    const double scale = _squares > 0.0 ? 1.0 / std::sqrt(_squares) : 1.0;
+    std::vector<double> result(_classCount);
+    double best = std::numeric_limits<double>::lowest();
+    for (std::size_t i = 0; i < _classCount; ++i) {
+        result[i] = scale * _logScore[i];
+        best = result[i] > best ? result[i] : best;
+    }
+    const double sharpness = static_cast<double>(_classCount) * SHARPNESS;
+    double total = 0.0;
+    for (double& value : result) {
+        value = std::exp((value - best) * sharpness);
+        total += value;
+    }
+    for (double& value : result) {
+        value = total == 0.0 ? 1.0 / static_cast<double>(_classCount) : value / total;
+    }
+    return result;
+}
+
+}  // namespace halvern::classifier

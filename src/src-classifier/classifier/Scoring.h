@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "classifier/storage/StorageTypes.h"
+
+namespace halvern::classifier {
+
+// The arithmetic of one classification: known tokens go in, one probability for each class comes out.
+//
+// A weighted, smoothed relative of naive Bayes without a prior: a class's size only scales the counts of
+// small classes up to those of the largest. Every sum and product is a double in exactly the order written
+// here; another order would change the last digits that clients see, and the choice between keywords of
+// almost equal share.
+class Scoring {
+public:
+    // Requires at least one class.
+    Scoring(const std::vector<storage::ClassEntry>& classes, double smoothing);
+
+    // Takes in a token that occurs so many times in the text. Requires that at least one class holds it.
+    void add(const storage::ParameterAccessor& token, std::uint32_t occurrences);
+
+    // How strongly the last token speaks for each class, and the sum of these values.
+    const std::vector<double>& tokenValue() const { return _tokenValue; }
+    double valueSum() const { return _valueSum; }
+
+    // How many tokens were taken in.
+    double found() const { return _found; }
+
+    // The probabilities of the classes. They are valid numbers unless the smoothing isn't positive.
+    std::vector<double> probabilities() const;
+
+private:
+    void evaluatePair(const storage::ParameterAccessor& token);
+    void evaluate(const storage::ParameterAccessor& token);
+
+    std::size_t _classCount;
+    double _smoothing;
+    double _powerOfNothing;           // the numerator of a class that doesn't hold the token
+    std::vector<double> _classBoost;  // scales the counts of a class up to those of the largest
+    std::vector<double> _otherBoost;  // the same for all other classes taken together
+    std::vector<double> _tokenValue;
+    std::vector<double> _logScore;
+    double _valueSum = 0.0;
+    double _found = 0.0;
+    double _squares = 0.0;
+};
+
+}  // namespace halvern::classifier
