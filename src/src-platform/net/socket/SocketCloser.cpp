@@ -1,0 +1,50 @@
+#include "net/socket/SocketCloser.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+
+#include "debug/Assertion.h"
+#include "net/socket/SocketException.h"
+#include "util/FixedStream.h"
+
+namespace net::socket {
+
+SocketCloser::SocketCloser(int descriptor, const platform::errorresources::ErrorMapper& errorMapper)
+    : _descriptor(descriptor), _errorMapper(errorMapper) {}
+
+SocketCloser::~SocketCloser() {
+    try {
+        close();
+    } catch (const SocketException& e) {
+        CHECK(false, e.what());
+    }
+}
+
+int SocketCloser::release() { return _descriptor.exchange(-1); }
+
+void SocketCloser::close() {
+    const std::lock_guard guard(_mutex);
+    const int descriptor = release();
+    if (descriptor == -1) {
+        return;
+    }
+    // An interrupted close has freed the descriptor all the same; a second try could hit somebody else's.
+    if (::close(descriptor) == -1 && errno != EINTR) {
+        const auto code = static_cast<std::uint32_t>(errno);
+        util::FixedStream<4096> text;
+        text
+            << "Error closing the socket in the SocketCloser. The closesocket system call failed. Socket id: "
+            << descriptor << ". ";
+        throw CloseException(text.appendSystemError(code, &_errorMapper).str());
+    }
+}
+
+int SocketCloser::shutdown(int how) {
+    const std::lock_guard guard(_mutex);
+    return get() != -1 && ::shutdown(get(), how) == -1 ? errno : 0;
+}
+
+}  // namespace net::socket

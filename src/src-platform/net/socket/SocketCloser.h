@@ -1,0 +1,40 @@
+#pragma once
+
+#include <atomic>
+#include <mutex>
+
+#include "platform/errorresources/ErrorMapper.h"
+
+namespace net::socket {
+
+// Owns the descriptor of a socket and closes it once.
+//
+// Another thread may call shutdown while the owner closes: the one that comes second finds nothing to do, so
+// a shutdown never hits a foreign connection that was given the same number. All else belongs to one thread.
+class SocketCloser {
+public:
+    // The mapper must outlive this object.
+    SocketCloser(int descriptor, const platform::errorresources::ErrorMapper& errorMapper);
+    SocketCloser(const SocketCloser&) = delete;
+    SocketCloser& operator=(const SocketCloser&) = delete;
+    ~SocketCloser();
+
+    // The descriptor, or -1 after it has been closed or released.
+    int get() const { return _descriptor.load(std::memory_order_relaxed); }
+
+    // Gives the descriptor away.
+    int release();
+
+    // Throws CloseException. A second call does nothing.
+    void close();
+
+    // Calls shutdown(2), unless the descriptor is closed. Returns 0 or the system's error code.
+    int shutdown(int how);
+
+private:
+    std::atomic<int> _descriptor;
+    const platform::errorresources::ErrorMapper& _errorMapper;
+    std::mutex _mutex;  // held over the system call by close and shutdown
+};
+
+}  // namespace net::socket

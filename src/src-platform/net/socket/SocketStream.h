@@ -1,0 +1,64 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace net::socket {
+
+// One TCP connection, blocking, IPv4. Used by one thread; only shutdown may be called from another one.
+// All operations but waitForInput report failures as SocketException; a peer that neither sends nor takes a
+// byte for as long as the stream's IdleBounds allow is such a failure.
+class SocketStream {
+public:
+    enum End { RECEIVE = 0, SEND = 1, BOTHENDS = 2 };
+
+    virtual ~SocketStream() = default;
+
+    // Ends one or both directions. The peer reads the end of the stream behind what was written before; a
+    // read of our own that blocks returns 0. Nothing happens if the connection has already gone. Throws
+    // CloseException.
+    virtual void shutdown(End end) = 0;
+
+    // Frees the connection. Input that nobody has read makes the system reset it, and the peer may then lose
+    // an answer that it has not taken yet. A second call does nothing. Throws CloseException.
+    virtual void close() = 0;
+
+    // Reads size bytes, however they arrive. Throws UnexpectedEofException if the stream ends before that.
+    virtual void readExact(char* buffer, std::size_t size) = 0;
+
+    // Reads what is there, at least one byte and at most size; 0 means that the peer has ended its sending.
+    // Throws ReadException, also if nothing comes for the length of the receiving bound.
+    virtual std::size_t read(char* buffer, std::size_t size) = 0;
+
+    // Reads up to and with the first match into the buffer, which is terminated by a zero byte, so that it
+    // takes size - 1 bytes. Returns the number of bytes read. Throws ReadException if the stream ends or the
+    // buffer is full before that.
+    virtual std::size_t readUntil(char* buffer, std::size_t size, const char* match) = 0;
+
+    // Writes all of the bytes and returns their number. Throws WriteException, also if the peer takes no byte
+    // for the length of the sending bound.
+    virtual std::size_t write(const char* buffer, std::size_t size) = 0;
+
+    // Waits until a read would not block: for bytes, the end of the stream or a failure. False after that
+    // time.
+    virtual bool waitForInput(std::chrono::milliseconds time) = 0;
+
+    // Dotted address and port of either side. Throw GeneralException.
+    virtual std::string getRemoteAddress() const = 0;
+    virtual std::string getLocalAddress() const = 0;
+    virtual std::uint16_t getRemotePort() const = 0;
+    virtual std::uint16_t getLocalPort() const = 0;
+};
+
+class SocketStreamFactory {
+public:
+    virtual ~SocketStreamFactory() = default;
+
+    // Takes over the descriptor of a connected socket; it is closed if this throws.
+    virtual std::unique_ptr<SocketStream> create(int descriptor) const = 0;
+};
+
+}  // namespace net::socket
