@@ -23,11 +23,12 @@ public:
     // files it includes are read only if document resolves externals. Throws SchemaCacheException.
     void add(const Document& document, const std::string& targetNamespace);
 
-    // The schema for documents whose root is in this namespace, or null. For Document.
-    _xmlSchema* find(const std::string& targetNamespace) const;
-
 private:
+    friend class Document;
     class Schemas;
+
+    // The schema for documents whose root is in this namespace, in UTF-8, or null.
+    _xmlSchema* find(const std::string& targetNamespace) const;
 
     [[noreturn]] void raise(const std::string& text) const override;
 

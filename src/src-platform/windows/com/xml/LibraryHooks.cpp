@@ -1,0 +1,151 @@
+#include "windows/com/xml/LibraryHooks.h"
+
+#include <libxml/parser.h>
+#include <libxml/xmlIO.h>
+#include <libxml/xmlmemory.h>
+#include <malloc.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <new>
+
+namespace windows::com::xml::hooks {
+
+namespace {
+
+thread_local bool memoryRanOut = false;
+thread_local bool externalsPermitted = false;
+std::atomic<Reallocate> source{&std::realloc};
+
+// Small blocks for operations that have run out of memory already.
+//
+// Parts of the library use a small block without looking whether they got it. With these blocks they reach
+// their end, where the watch turns the operation into std::bad_alloc. All is free again when the last block
+// is.
+class Reserve {
+public:
+    static constexpr std::size_t maxBlock = 64 * 1024;
+
+    void* take(std::size_t size) noexcept {
+        const std::size_t needed =
+            sizeof(Header) + (size + alignof(Header) - 1) / alignof(Header) * alignof(Header);
+        const std::lock_guard lock(_mutex);
+        if (size > maxBlock || sizeof(_bytes) - _used < needed) {
+            return nullptr;
+        }
+        auto* header = new (_bytes + _used) Header{size};
+        _used += needed;
+        ++_blocks;
+        return header + 1;
+    }
+
+    bool owns(const void* block) const noexcept {
+        const auto address = reinterpret_cast<std::uintptr_t>(block);
+        const auto start = reinterpret_cast<std::uintptr_t>(_bytes);
+        return address >= start && address < start + sizeof(_bytes);
+    }
+
+    static std::size_t sizeOf(const void* block) noexcept {
+        return (static_cast<const Header*>(block) - 1)->size;
+    }
+
+    void giveBack() noexcept {
+        const std::lock_guard lock(_mutex);
+        if (--_blocks == 0) {
+            _used = 0;
+        }
+    }
+
+private:
+    struct alignas(std::max_align_t) Header {
+        std::size_t size;
+    };
+
+    std::mutex _mutex;
+    std::size_t _used = 0;
+    std::size_t _blocks = 0;
+    alignas(std::max_align_t) unsigned char _bytes[1024 * 1024];  // never touched, never resident
+};
+
+Reserve reserve;
+
+void release(void* block) noexcept {
+    if (reserve.owns(block)) {
+        reserve.giveBack();
+    } else {
+        std::free(block);
+    }
+}
+
+void* allocateFor(void* block, std::size_t size) noexcept {
+    void* const fresh = source.load(std::memory_order_relaxed)(block, size);
+    memoryRanOut = memoryRanOut || (fresh == nullptr && size != 0);
+    return fresh;
+}
+
+void* reallocate(void* block, std::size_t size) noexcept {
+    const bool spare = reserve.owns(block);
+    void* fresh = allocateFor(spare ? nullptr : block, size);
+    if (fresh != nullptr && !spare) {
+        return fresh;
+    }
+    if (fresh == nullptr) {
+        fresh = reserve.take(size);
+    }
+    if (fresh != nullptr && block != nullptr) {
+        std::memcpy(fresh, block, std::min(size, spare ? Reserve::sizeOf(block) : malloc_usable_size(block)));
+        release(block);
+    }
+    return fresh;
+}
+
+void* allocate(std::size_t size) noexcept { return reallocate(nullptr, size); }
+
+char* duplicate(const char* text) noexcept {
+    const std::size_t size = std::strlen(text) + 1;
+    void* const copy = allocate(size);
+    return copy == nullptr ? nullptr : static_cast<char*>(std::memcpy(copy, text, size));
+}
+
+xmlParserInputPtr openExternal(const char* url, const char* id, xmlParserCtxtPtr context) {
+    return externalsPermitted ? xmlNoNetExternalEntityLoader(url, id, context) : nullptr;
+}
+
+// Errors come back from the operation that failed. What is left are words about memory, which would go to the
+// standard error stream.
+void dropError(void*, xmlErrorPtr) {}
+
+}  // namespace
+
+MemoryWatch::MemoryWatch() noexcept { memoryRanOut = false; }
+
+void MemoryWatch::check() const {
+    if (memoryRanOut) {
+        // The library keeps the words of the failure for this thread, in blocks of the reserve.
+        xmlResetLastError();
+        throw std::bad_alloc();
+    }
+}
+
+void noteExhaustion() noexcept { memoryRanOut = true; }
+
+ScopedExternals::ScopedExternals(bool permitted) noexcept : _before(externalsPermitted) {
+    externalsPermitted = permitted;
+}
+
+ScopedExternals::~ScopedExternals() { externalsPermitted = _before; }
+
+void setReallocate(Reallocate reallocate) noexcept { source = reallocate; }
+
+void install() {
+    xmlMemSetup(&release, &allocate, &reallocate, &duplicate);
+    xmlSetExternalEntityLoader(&openExternal);
+    xmlSetStructuredErrorFunc(nullptr, &dropError);
+    xmlThrDefSetStructuredErrorFunc(nullptr, &dropError);
+}
+
+}  // namespace windows::com::xml::hooks

@@ -1,0 +1,222 @@
+#include "windows/com/xml/SchemaCache.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/TempDir.h"
+#include "support/Xml.h"
+#include "windows/com/xml/LibraryHooks.h"
+#include "windows/com/xml/XMLException.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+using windows::com::xml::Document;
+using windows::com::xml::Element;
+using windows::com::xml::Library;
+using windows::com::xml::SchemaCache;
+using windows::com::xml::SchemaCacheException;
+using windows::com::xml::ValidateException;
+namespace hooks = windows::com::xml::hooks;
+
+const std::string itemType = R"(
+  <xs:simpleType name="Id"><xs:restriction base="xs:string"><xs:pattern value="[a-z0-9&#xC3;&#xA5;]+"/>
+    </xs:restriction></xs:simpleType>
+  <xs:complexType name="Item"><xs:attribute name="id" type="t:Id" use="required"/></xs:complexType>)";
+
+std::string schemaText(const std::string& types) {
+    return R"(<xs:schema xmlns:xs="http://www.w3.org/2001/XMLSchema" xmlns:t="http://u/t"
+    targetNamespace="http://u/t" elementFormDefault="qualified" version="1.01">)" +
+           types + R"(
+  <xs:element name="list">
+    <xs:complexType><xs:sequence><xs:element name="item" type="t:Item" maxOccurs="unbounded"/></xs:sequence>
+    </xs:complexType>
+    <xs:key name="ids"><xs:selector xpath="t:item"/><xs:field xpath="@id"/></xs:key>
+  </xs:element></xs:schema>)";
+}
+
+std::string list(const std::string& items) { return "<list xmlns='http://u/t'>\n" + items + "\n</list>"; }
+
+class SchemaCacheTest : public testing::Test {
+protected:
+    std::string write(const std::string& name, const std::string& text) {
+        support::writeFile(_folder.file(name), text);
+        return _folder.file(name);
+    }
+
+    Library _library;
+    support::TempDir _folder;
+};
+
+TEST_F(SchemaCacheTest, FaultsAreToldWithLineReasonAndSource) {
+    const support::LoadedSchema schema(write("s.xsd", schemaText(itemType)));
+    EXPECT_EQ(schema.version(), "1.01");
+    EXPECT_EQ(schema.problemOf(list("<item id='b\xC3\xA5'/><item id='2'/>")), "");
+    EXPECT_THAT(
+        schema.problemOf(list("<item id='a'/>\n<item id='A\xC3\xA5'/><wrong/>")),
+        AllOf(StartsWith("Problems validating the xml document.\r\nError Code: 1839\nLine: 3\nRow: 0\n"
+                         "Description: Element '{http://u/t}item', attribute 'id': [facet 'pattern'] "
+                         "The value 'A\xC3\xA5' is not accepted"),
+              EndsWith("\nError line: <item id='A\xC3\xA5'/><wrong/>\n\n\n"
+                       "System error message: Success. Error code: 0.")));
+    EXPECT_THAT(schema.problemOf(list("<item id='a'/><item id='a'/>")),
+                HasSubstr("Duplicate key-sequence ['a']"));
+}
+
+TEST_F(SchemaCacheTest, DocumentWithoutASchemaIsNeverValid) {
+    const support::LoadedSchema schema(write("s.xsd", schemaText(itemType)));
+    const std::string location =
+        "<other xmlns='http://u/o' xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance' "
+        "xsi:schemaLocation='http://u/o " +
+        _folder.file("s.xsd") + "'/>";
+    for (const std::string& text : {location, std::string("<list/>")}) {
+        EXPECT_THAT(schema.problemOf(text),
+                    StartsWith("Problems validating the xml document.\r\nError Code: 1845\n"));
+    }
+    Document empty(schema.cache());
+    EXPECT_THROW(empty.validate(), ValidateException);
+    Document free;
+    free.loadXml(list("<item id='a'/>"));
+    EXPECT_THROW(free.validate(), ValidateException);
+}
+
+TEST_F(SchemaCacheTest, OnlyASchemaThatResolvesExternalsReadsItsNeighbours) {
+    write("types.xsd", R"(<xs:schema xmlns:xs="http://www.w3.org/2001/XMLSchema" xmlns:t="http://u/t"
+        targetNamespace="http://u/t">)" +
+                           itemType + "</xs:schema>");
+    const std::string path = write("s.xsd", schemaText("<xs:include schemaLocation='types.xsd'/>"));
+    const support::LoadedSchema resolving(path);
+    EXPECT_EQ(resolving.problemOf(list("<item id='a'/>")), "");
+    EXPECT_NE(resolving.problemOf(list("<item id='A'/>")), "");
+
+    Document closed;
+    closed.load(path);
+    SchemaCache cache;
+    try {
+        cache.add(closed, "http://u/t");
+        FAIL() << "The neighbour was read";
+    } catch (const SchemaCacheException& e) {
+        EXPECT_THAT(e.what(),
+                    AllOf(StartsWith("Error adding schema. Error Code: "), HasSubstr("System error")));
+    }
+}
+
+TEST_F(SchemaCacheTest, WhatIsNoSchemaOfThatNamespaceIsRefused) {
+    SchemaCache cache;
+    EXPECT_THROW(cache.add(Document(), "http://u/t"), SchemaCacheException);
+    Document document;
+    document.loadXml("<a targetNamespace='http://u/t'/>");
+    EXPECT_THROW(cache.add(document, "http://u/t"), SchemaCacheException);
+    document.loadXml(schemaText(itemType));
+    EXPECT_THROW(cache.add(document, "http://u/other"), SchemaCacheException);
+    EXPECT_NO_THROW(cache.add(document, "http://u/t"));
+    EXPECT_EQ(document.getElement("//*[@name = 'Item']").selectNodes("../text()").size(), 3)
+        << "Compiling must not take the blanks out of the document";
+}
+
+TEST_F(SchemaCacheTest, ManyThreadsValidateAgainstOneSchema) {
+    const support::LoadedSchema schema(write("s.xsd", schemaText(itemType)));
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&schema, &wrong, thread] {
+            for (int round = 0; round < 200; ++round) {
+                const std::string id = std::to_string(thread) + "x" + std::to_string(round);
+                Document document = schema.newDocument();
+                document.loadXml(list("<item id='" + id + "'/>"));
+                document.validate();
+                const bool same =
+                    document.getElement("mv:list").getElement("mv:item").getAttribute("id") == id;
+                const std::string problem = schema.problemOf(list("<item id='" + id + "!'/>"));
+                wrong += same && problem.find("'" + id + "!'") != std::string::npos ? 0 : 1;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong, 0);
+}
+
+// Lets the library's requests for memory fail from a given one on, once or for good.
+class FailingMemory {
+public:
+    FailingMemory(int first, bool forGood) {
+        _untilFailure = first;
+        _forGood = forGood;
+        hooks::setReallocate(&reallocate);
+    }
+    ~FailingMemory() { hooks::setReallocate(&std::realloc); }
+    FailingMemory(const FailingMemory&) = delete;
+    FailingMemory& operator=(const FailingMemory&) = delete;
+
+    bool hasFailed() const { return _untilFailure <= 0; }
+
+private:
+    static void* reallocate(void* block, std::size_t size) {
+        --_untilFailure;
+        const bool fails = _forGood ? _untilFailure <= 0 : _untilFailure == 0;
+        return fails ? nullptr : std::realloc(block, size);
+    }
+
+    static inline int _untilFailure = 0;
+    static inline bool _forGood = false;
+};
+
+TEST_F(SchemaCacheTest, ExhaustedMemoryIsBadAllocAndNeverAnotherAnswer) {
+    const std::string path = write("s.xsd", schemaText(itemType));
+    const support::LoadedSchema schema(path);
+    std::string many;
+    for (int i = 0; i < 20; ++i) {
+        many += "<item id='" + std::to_string(i) + "'/>";
+    }
+    const std::string big = list("<item id='" + std::string(100'000, 'a') + "'/>");
+    const auto read = [&](const std::string& text) {
+        Document document = schema.newDocument();
+        document.loadXml(text);
+        document.validate();
+        std::string saved;
+        document.saveXml(saved);
+        return std::to_string(
+                   document.getElement("mv:list").selectNodes("mv:item|mv:item[@id = '7']").size()) +
+               saved;
+    };
+    const std::vector<std::function<std::string()>> actions{
+        [&] { return read(list(many)); },
+        [&] { return read(big); },
+        [&] { return schema.problemOf(list(many + "<item id='7'/>")); },
+        [&] { return schema.problemOf(list(many + "<wrong a='1'>")); },
+        [&] { return support::LoadedSchema(path).problemOf(list("<item id='A'/>")); },
+    };
+    for (std::size_t action = 0; action < actions.size(); ++action) {
+        const std::string expected = actions[action]();
+        for (const bool forGood : {false, true}) {
+            bool reachedEnd = false;
+            int refused = 0;
+            for (int request = 1; !reachedEnd; ++request) {
+                const FailingMemory memory(request, forGood);
+                try {
+                    EXPECT_EQ(actions[action](), expected) << "Action " << action << ", request " << request;
+                    reachedEnd = !memory.hasFailed();
+                } catch (const std::bad_alloc&) {
+                    ++refused;
+                }
+            }
+            EXPECT_GT(refused, 50);
+            EXPECT_EQ(actions[action](), expected);
+        }
+    }
+}
+
+}  // namespace
