@@ -15,6 +15,7 @@ namespace support {
 template <class Call>
 std::string failedCheck(Call&& call) {
     const TempDir folder;
+    std::fflush(nullptr);  // or the child would write the same once more
     const pid_t child = fork();
     if (child == 0) {
         std::fclose(stdout);
