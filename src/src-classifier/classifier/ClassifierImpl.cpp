@@ -222,7 +222,9 @@ std::vector<ClassInformation> ClassifierImpl::getInformation() const {
 }
 
 void ClassifierImpl::getTrainingData(util::Bytes& out) const {
+    constexpr std::size_t HEADER_SIZE = 16;
     out.clear();
+    out.reserve(HEADER_SIZE);
     util::database::writePrimitive(out, _dataVersion);
     util::database::writePrimitive(out, _extractorVersion);
     util::database::writePrimitive(out, _smoothing);

@@ -278,7 +278,8 @@ std::string randomText(std::mt19937& random, unsigned words) {
     for (unsigned i = random() % (words + 1); i > 0; --i) {
         // Early words of the vocabulary are much more frequent than late ones, as in a language.
         const unsigned word = static_cast<unsigned>(std::pow(2.0, (random() % 700) / 100.0));
-        text += "w" + std::string(word % 8, 'o') + std::to_string(word) + (random() % 5 == 0 ? ". " : " ");
+        text.append("w").append(word % 8, 'o').append(std::to_string(word));
+        text += random() % 5 == 0 ? ". " : " ";
     }
     return text;
 }
