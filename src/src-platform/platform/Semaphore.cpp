@@ -1,0 +1,39 @@
+#include "platform/Semaphore.h"
+
+#include <limits>
+
+#include "util/Converter.h"
+
+namespace platform {
+
+namespace {
+
+constexpr std::uint64_t maximum = std::numeric_limits<std::int32_t>::max();
+
+}  // namespace
+
+Semaphore::Semaphore(std::uint64_t initialCount)
+    : _count(static_cast<std::uint64_t>(util::Converter::toSigned32(initialCount))) {}
+
+void Semaphore::wait() {
+    std::unique_lock guard(_mutex);
+    _released.wait(guard, [this] { return _count != 0; });
+    --_count;
+}
+
+void Semaphore::release(std::uint64_t units) {
+    const auto added = static_cast<std::uint64_t>(util::Converter::toSigned32(units));
+    const std::lock_guard guard(_mutex);
+    if (added > maximum - _count) {
+        return;
+    }
+    _count += added;
+    // Under the lock, since whoever gets the unit may take it as leave to destroy the semaphore.
+    if (added == 1) {
+        _released.notify_one();
+    } else {
+        _released.notify_all();
+    }
+}
+
+}  // namespace platform

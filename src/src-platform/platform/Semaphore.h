@@ -1,0 +1,31 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+namespace platform {
+
+// A counting semaphore of at most 2147483647 units, for the threads of this process.
+class Semaphore {
+public:
+    // Throws util::ConverterException for a count above the maximum.
+    explicit Semaphore(std::uint64_t initialCount);
+    Semaphore(const Semaphore&) = delete;
+    Semaphore& operator=(const Semaphore&) = delete;
+    virtual ~Semaphore() = default;
+
+    // Takes one unit, waiting without limit until there is one.
+    void wait();
+
+    // Adds units. Units that would pass the maximum change nothing. Throws util::ConverterException for more
+    // units than the maximum.
+    void release(std::uint64_t units);
+
+private:
+    std::mutex _mutex;
+    std::condition_variable _released;
+    std::uint64_t _count;  // guarded by _mutex
+};
+
+}  // namespace platform
