@@ -1,0 +1,38 @@
+#pragma once
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <condition_variable>
+#include <mutex>
+
+#include "platform/event/Event.h"
+
+namespace platform {
+
+// Turns the first SIGINT or SIGTERM of a console run into an event; a second one ends the process at once.
+//
+// To be built before any other thread: both signals are blocked in the building thread, every thread made later
+// inherits that, and only the thread in here takes them. What the process did with them before comes back at the end.
+class StopSignals {
+public:
+    explicit StopSignals(event::Event& stopEvent);
+    ~StopSignals();
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
+
+private:
+    static void* threadMain(void* self);
+    void waitForSignal();
+
+    event::Event& _stopEvent;
+    sigset_t _signals;
+    sigset_t _maskBefore;
+    pthread_t _thread;
+    std::mutex _mutex;
+    std::condition_variable _ended;
+    bool _taken = false;   // guarded by _mutex: a signal has come
+    bool _ending = false;  // guarded by _mutex: the destructor is at work
+};
+
+}  // namespace platform
