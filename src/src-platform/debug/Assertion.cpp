@@ -8,6 +8,7 @@
 
 #include "util/DateAndTime.h"
 #include "util/FixedStream.h"
+#include "windows/debug/ReportHook.h"
 
 namespace debug {
 
@@ -31,6 +32,7 @@ void assertion(const char* expression, const char* description, const char* file
         std::fputs(report.str(), kept);
         std::fclose(kept);
     }
+    windows::debug::ReportHook::reportToCurrent(report.str());
     assert(false);
     __builtin_unreachable();
 }
