@@ -12,7 +12,7 @@ namespace windows::debug {
 // beyond MAX_SIZE is dropped; after a failed write nothing more is tried.
 class DumpText {
 public:
-    static constexpr std::size_t MAX_SIZE = 256 * 1024 - 1;
+    static constexpr std::size_t MAX_SIZE = std::size_t{256} * 1024 - 1;
 
     // The file is not closed by this object.
     explicit DumpText(int file) : _file(file) {}
@@ -37,7 +37,7 @@ private:
 
     const int _file;
     // Few writes, because each of them waits for the disk.
-    std::array<char, 16 * 1024> _buffer;
+    std::array<char, 16384> _buffer;
     std::size_t _used = 0;
     std::size_t _size = 0;
     int _error = 0;

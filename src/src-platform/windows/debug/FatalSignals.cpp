@@ -42,7 +42,7 @@ long secondsEastOfUtc() {
 // does.
 bool isStackOverflow(int signal, const siginfo_t& info, const ucontext_t& context) {
 #if defined(__x86_64__)
-    constexpr std::uintptr_t NEAR = 64 * 1024;
+    constexpr std::uintptr_t NEAR = std::uintptr_t{64} * 1024;
     const auto address = reinterpret_cast<std::uintptr_t>(info.si_addr);
     const auto stackPointer = static_cast<std::uintptr_t>(context.uc_mcontext.gregs[REG_RSP]);
     return signal == SIGSEGV && info.si_code > 0 && info.si_code != SI_KERNEL &&

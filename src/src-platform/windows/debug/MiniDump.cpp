@@ -1,6 +1,5 @@
 #include "windows/debug/MiniDump.h"
 
-#include <backtrace.h>
 #include <cxxabi.h>
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -17,6 +16,22 @@
 
 #include "io/filesystem/FileSystemHelper.h"
 #include "windows/debug/DumpText.h"
+
+// Of libbacktrace, whose header lies among those of one compiler, where others don't find it.
+extern "C" {
+using OnBacktraceError = void (*)(void* data, const char* message, int error);
+backtrace_state* backtrace_create_state(const char* program, int threaded, OnBacktraceError, void* data);
+int backtrace_simple(backtrace_state*, int skip, int (*onFrame)(void* data, std::uintptr_t counter),
+                     OnBacktraceError, void* data);
+int backtrace_pcinfo(backtrace_state*, std::uintptr_t counter,
+                     int (*onLine)(void* data, std::uintptr_t counter, const char* file, int line,
+                                   const char* function),
+                     OnBacktraceError, void* data);
+int backtrace_syminfo(backtrace_state*, std::uintptr_t address,
+                      void (*onSymbol)(void* data, std::uintptr_t address, const char* symbol,
+                                       std::uintptr_t value, std::uintptr_t size),
+                      OnBacktraceError, void* data);
+}
 
 namespace windows::debug {
 
@@ -116,6 +131,7 @@ bool readWord(std::uintptr_t address, std::uintptr_t& word) {
     }
     const io::filesystem::ScopedDescriptor out(ends[0]);
     const io::filesystem::ScopedDescriptor in(ends[1]);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a register holds no pointer until we say so
     return write(in.get(), reinterpret_cast<const void*>(address), sizeof(word)) == sizeof(word) &&
            read(out.get(), &word, sizeof(word)) == sizeof(word);
 }

@@ -9,7 +9,7 @@ namespace windows::seh {
 namespace {
 
 // The unwinder and the reader of debug data need more than the 8 KiB that are usual for a handler.
-constexpr std::size_t STACK_SIZE = 128 * 1024;
+constexpr std::size_t STACK_SIZE = std::size_t{128} * 1024;
 constexpr std::size_t GUARD_SIZE = 4096;
 
 }  // namespace
