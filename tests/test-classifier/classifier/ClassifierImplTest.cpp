@@ -129,6 +129,9 @@ TEST(ClassifierImplTest, CloneAndSwapKeepTwoClassifiersApart) {
     copy->addClass("c");
     trainAndCompact(*copy, "c", "Word word");
     EXPECT_EQ(informationOf(*copy), "c 2/2 ") << "the extractor came along";
+    const std::unique_ptr<Classifier> oldCopy = copy->clone();
+    trainAndCompact(*oldCopy, "c", "WORD");
+    EXPECT_EQ(informationOf(*oldCopy), "c 3/3 ") << "a copy has its original's extractor";
 }
 
 // A class may hold 4,294,967,295 occurrences, and so may a feature; stored totals are taken on trust and may

@@ -38,4 +38,23 @@ TEST(TokenCountsTest, CountsLikeAMapInTheOrderOfFirstOccurrence) {
     }
 }
 
+TEST(TokenCountsTest, TokensOfOneHashStayApart) {
+    // So many that some 18 pairs are bound to share their 32 bits, if the bytes have no pattern.
+    std::mt19937 random(99);
+    std::vector<std::string> tokens(400000, std::string(12, '\0'));
+    TokenCounts tokenCounts;
+    for (std::string& token : tokens) {
+        for (char& byte : token) {
+            byte = static_cast<char>(random());
+        }
+        tokenCounts.add(token);
+    }
+    ASSERT_EQ(tokenCounts.size(), tokens.size());
+    std::size_t place = 0;
+    for (const auto& [token, count] : tokenCounts) {
+        ASSERT_EQ(token, tokens[place++]);
+        ASSERT_EQ(count, 1u);
+    }
+}
+
 }  // namespace halvern::classifier
