@@ -29,8 +29,8 @@ private:
     };
     using Entries = std::map<std::string, Entry>;
 
-    // The last holder leaves and the next one comes under the same lock, so what was done under the old object
-    // is seen under the new one. A weak pointer that has expired would not promise that.
+    // The last holder leaves and the next one comes under the same lock, so what was done under the old
+    // object is seen under the new one. A weak pointer that has expired would not promise that.
     struct Release {
         SharedByName& table;
         typename Entries::iterator entry;
