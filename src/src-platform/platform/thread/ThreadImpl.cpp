@@ -1,0 +1,110 @@
+#include "platform/thread/ThreadImpl.h"
+
+#include <chrono>
+#include <cstring>
+
+#include "debug/Assertion.h"
+#include "platform/thread/ThreadId.h"
+#include "util/Converter.h"
+#include "util/FixedStream.h"
+#include "windows/seh/ScopedSignalStack.h"
+
+namespace platform::thread {
+
+namespace {
+
+int createThread(pthread_t& thread, void* (*function)(void*), void* argument) {
+    pthread_attr_t attributes;
+    int error = pthread_attr_init(&attributes);
+    if (error == 0) {
+        error = pthread_attr_setstacksize(&attributes, ThreadImpl::stackSizeInBytes);
+        if (error == 0) {
+            error = pthread_create(&thread, &attributes, function, argument);
+        }
+        pthread_attr_destroy(&attributes);
+    }
+    return error;
+}
+
+}  // namespace
+
+ThreadImpl::ThreadImpl(Runnable& runnable) : _runnable(runnable) {}
+
+ThreadImpl::~ThreadImpl() { CHECK(_state == State::CREATED || _state == State::DELETED); }
+
+void ThreadImpl::start() {
+    CHECK(_state == State::CREATED);
+    CHECK(_thread == 0);
+    const std::lock_guard guard(_mutex);
+    const int error = createThread(_thread, &ThreadImpl::threadFunction, this);
+    if (error != 0) {
+        _thread = 0;
+        char buffer[256];
+        util::FixedStream<4096> message;
+        message << "Error creating thread using '_beginthreadex'. errno: " << error << ". doserrno: " << error
+                << ". strerror: " << strerror_r(error, buffer, sizeof(buffer)) << ". ";
+        message.appendSystemError(static_cast<std::uint32_t>(error));
+        throw ThreadException(message.str());
+    }
+    _state = State::STARTED;
+}
+
+bool ThreadImpl::join(std::uint64_t milliseconds) {
+    if (_state != State::STARTED) {
+        return false;
+    }
+    const std::chrono::milliseconds limit(util::Converter::toUnsigned32(milliseconds));
+    {
+        std::unique_lock guard(_mutex);
+        if (!_endComes.wait_for(guard, limit, [this] { return _isAtItsEnd; })) {
+            return false;
+        }
+    }
+    join();
+    return true;
+}
+
+void ThreadImpl::join() {
+    if (_state != State::STARTED) {
+        return;
+    }
+    const int error = pthread_join(_thread, nullptr);
+    if (error != 0) {
+        util::FixedStream<4096> message;
+        message << "WaitForSingleObject failed while waiting for a thread. ";
+        message.appendSystemError(static_cast<std::uint32_t>(error));
+        throw ThreadException(message.str());
+    }
+    _state = State::DELETED;
+}
+
+bool ThreadImpl::isCurrent() const {
+    const std::uint32_t id = currentThreadId();
+    CHECK(id);
+    return id == _id;
+}
+
+void ThreadImpl::setName(const std::string& name) { _name = name; }
+
+std::string ThreadImpl::getName() const { return _name; }
+
+void ThreadImpl::runOnThread() { _runnable.run(); }
+
+void* ThreadImpl::threadFunction(void* argument) {
+    CHECK(argument);
+    auto& self = *static_cast<ThreadImpl*>(argument);
+    self._id = currentThreadId();
+    // Waits for start to have written its fields: this thread may be joined by whoever it hands itself to,
+    // long before start has returned.
+    { const std::lock_guard guard(self._mutex); }
+    {
+        const windows::seh::ScopedSignalStack signalStack;
+        self.runOnThread();
+    }
+    const std::lock_guard guard(self._mutex);
+    self._isAtItsEnd = true;
+    self._endComes.notify_all();
+    return nullptr;
+}
+
+}  // namespace platform::thread
