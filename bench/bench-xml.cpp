@@ -21,8 +21,13 @@ std::string request(const std::string& ns, std::int64_t count, std::size_t textL
     std::string calls;
     for (std::int64_t i = 0; i < count; ++i) {
         const std::string id = std::to_string(i);
-        texts += "<textBase64 id=\"" + id + "\">" + std::string(textLength, 'A') + "</textBase64>\n";
-        calls += "<classify id=\"" + id + "\" classifierName=\"test_engswe\" textId=\"" + id + "\"/>\n";
+        texts.append("<textBase64 id=\"")
+            .append(id)
+            .append("\">")
+            .append(textLength, 'A')
+            .append("</textBase64>\n");
+        calls.append("<classify id=\"").append(id).append("\" classifierName=\"test_engswe\" textId=\"");
+        calls.append(id).append("\"/>\n");
     }
     return "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<morvane xmlns=\"" + ns +
            "\" version=\"1.01\">\n<texts>\n" + texts + "</texts>\n<readCalls>\n" + calls +

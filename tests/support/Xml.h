@@ -9,18 +9,22 @@
 
 namespace support {
 
-// A compiled schema with the namespace and the version that it declares.
+// A compiled schema with the namespace and the version that it declares. Any number of threads may use it.
 class LoadedSchema {
 public:
     explicit LoadedSchema(const std::string& path) {
-        _document.setResolveExternals(true);
-        _document.load(path);
-        _cache.add(_document, targetNamespace());
+        windows::com::xml::Document document;
+        document.setResolveExternals(true);
+        document.load(path);
+        _targetNamespace = document.getTargetNamespace();
+        const windows::com::xml::Element root = document.getRootElement();
+        _version = root.hasAttribute("version") ? root.getAttribute("version") : "";
+        _cache.add(document, _targetNamespace);
     }
 
     const windows::com::xml::SchemaCache& cache() const { return _cache; }
-    std::string targetNamespace() const { return _document.getTargetNamespace(); }
-    std::string version() const { return _document.getRootElement().getAttribute("version"); }
+    const std::string& targetNamespace() const { return _targetNamespace; }
+    const std::string& version() const { return _version; }
 
     // An empty document that validates against the schema and selects with the prefix mv.
     windows::com::xml::Document newDocument() const {
@@ -43,8 +47,9 @@ public:
 
 private:
     windows::com::xml::Library _library;
-    windows::com::xml::Document _document;
     windows::com::xml::SchemaCache _cache;
+    std::string _targetNamespace;
+    std::string _version;
 };
 
 }  // namespace support

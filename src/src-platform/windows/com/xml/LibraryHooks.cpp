@@ -28,7 +28,7 @@ std::atomic<Reallocate> source{&std::realloc};
 // is.
 class Reserve {
 public:
-    static constexpr std::size_t maxBlock = 64 * 1024;
+    static constexpr std::size_t maxBlock = 64UL * 1024;
 
     void* take(std::size_t size) noexcept {
         const std::size_t needed =
@@ -68,7 +68,7 @@ private:
     std::mutex _mutex;
     std::size_t _used = 0;
     std::size_t _blocks = 0;
-    alignas(std::max_align_t) unsigned char _bytes[1024 * 1024];  // never touched, never resident
+    alignas(std::max_align_t) unsigned char _bytes[1024UL * 1024];  // never touched, never resident
 };
 
 Reserve reserve;

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-struct _xmlNode;
+#include "windows/com/xml/LibraryTypes.h"
 
 namespace windows::com::xml {
 

@@ -4,9 +4,8 @@
 #include <memory>
 
 #include "windows/com/xml/ExceptionThrower.h"
+#include "windows/com/xml/LibraryTypes.h"
 #include "windows/com/xml/Node.h"
-
-struct _xmlXPathObject;
 
 namespace windows::com::xml {
 

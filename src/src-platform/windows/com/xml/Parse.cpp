@@ -16,7 +16,7 @@ namespace {
 
 // An unfinished token is looked at again from its start with each chunk, so small chunks make a long text
 // cost the square of its length.
-constexpr std::size_t chunkSize = 1024 * 1024;
+constexpr std::size_t chunkSize = 1024UL * 1024;
 
 struct FreeParser {
     void operator()(xmlParserCtxt* context) const {

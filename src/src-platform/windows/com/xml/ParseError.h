@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-struct _xmlError;
+#include "windows/com/xml/LibraryTypes.h"
 
 namespace windows::com::xml {
 

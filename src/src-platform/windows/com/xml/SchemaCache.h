@@ -4,8 +4,7 @@
 #include <string>
 
 #include "windows/com/xml/ExceptionThrower.h"
-
-struct _xmlSchema;
+#include "windows/com/xml/LibraryTypes.h"
 
 namespace windows::com::xml {
 

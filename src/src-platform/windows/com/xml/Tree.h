@@ -6,10 +6,7 @@
 #include <utility>
 #include <vector>
 
-struct _xmlDoc;
-struct _xmlNode;
-struct _xmlXPathContext;
-struct _xmlXPathObject;
+#include "windows/com/xml/LibraryTypes.h"
 
 namespace windows::com::xml {
 
