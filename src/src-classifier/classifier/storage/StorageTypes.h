@@ -43,14 +43,55 @@ private:
 };
 static_assert(sizeof(Parameter) == 6 && alignof(Parameter) == 1);
 
-// Orders two features of N bytes as unsigned bytes: below, equal to or above 0.
+// The bytes of a feature as numbers that order as the bytes do, the first byte being the most significant.
+// Where N is no multiple of the word, the last word overlaps the one before, whose bytes are equal by the
+// time it is asked.
 template <std::size_t N>
-int compareFeatures(const char* left, const char* right) {
-    return std::memcmp(left, right, N);
+std::uint64_t featureWord(const char* feature, std::size_t index) {
+    const auto load = [feature]<class Word>(std::size_t offset, Word word) -> std::uint64_t {
+        std::memcpy(&word, feature + offset, sizeof(word));
+        if constexpr (sizeof(Word) == 8) {
+            return __builtin_bswap64(word);
+        } else if constexpr (sizeof(Word) == 4) {
+            return __builtin_bswap32(word);
+        } else {
+            return __builtin_bswap16(word);
+        }
+    };
+    if constexpr (N >= 8) {
+        return load(index * 8 < N - 8 ? index * 8 : N - 8, std::uint64_t{});
+    } else if constexpr (N >= 4) {
+        return load(0, std::uint32_t{}) << 32 | load(N - 4, std::uint32_t{});
+    } else if constexpr (N >= 2) {
+        return load(0, std::uint16_t{}) << 16 | load(N - 2, std::uint16_t{});
+    } else {
+        return static_cast<unsigned char>(*feature);
+    }
 }
+
+// Whether the one comes before the other as memcmp has it. A lookup spends its time here. The last word is
+// compared without a branch, so that a search can choose its half by a conditional move.
+template <std::size_t N>
+bool isFeatureBelow(const char* left, const char* right) {
+    constexpr std::size_t words = (N + 7) / 8;
+    for (std::size_t i = 0; i < words; ++i) {
+        const std::uint64_t leftWord = featureWord<N>(left, i);
+        const std::uint64_t rightWord = featureWord<N>(right, i);
+        if (i + 1 == words || leftWord != rightWord) {
+            return leftWord < rightWord;
+        }
+    }
+    return false;
+}
+
+template <std::size_t N>
+bool isSameFeature(const char* left, const char* right) {
+    return std::memcmp(left, right, N) == 0;
+}
+// The filler byte is no part of the empty feature, whose text may be a null pointer.
 template <>
-inline int compareFeatures<0>(const char*, const char*) {
-    return 0;
+inline bool isSameFeature<0>(const char*, const char*) {
+    return true;
 }
 
 // One pair of a feature of N bytes and a class. The key is (feature, class index), the count isn't part of
@@ -70,12 +111,13 @@ struct FeatureRecord {
     }
 
     bool operator<(const FeatureRecord& other) const {
-        const int order = compareFeatures<N>(feature, other.feature);
-        return order != 0 ? order < 0 : parameter.classIndex() < other.parameter.classIndex();
+        return isSameFeature<N>(feature, other.feature)
+                   ? parameter.classIndex() < other.parameter.classIndex()
+                   : isFeatureBelow<N>(feature, other.feature);
     }
     bool operator==(const FeatureRecord& other) const {
         return parameter.classIndex() == other.parameter.classIndex() &&
-               compareFeatures<N>(feature, other.feature) == 0;
+               isSameFeature<N>(feature, other.feature);
     }
     // Of the key; never stored. Takes the bytes as signed, although the order takes them as unsigned.
     std::uint64_t hash() const {

@@ -197,17 +197,17 @@ ParameterAccessor& VectorLane<N>::lookup(std::string_view feature, ParameterAcce
     CHECK(isCompact(), "The lane has not been compacted since training");
     accessor.reset();
     const char* const bytes = feature.data();
-    const Record* record = lowerBound(
-        [bytes](const Record& candidate) { return compareFeatures<N>(candidate.feature, bytes) < 0; });
+    const Record* record =
+        lowerBound([bytes](const Record& candidate) { return isFeatureBelow<N>(candidate.feature, bytes); });
     const Record* const end = _permanent.data() + _permanent.size();
-    if (record == end || compareFeatures<N>(record->feature, bytes) != 0) {
+    if (record == end || !isSameFeature<N>(record->feature, bytes)) {
         return accessor;
     }
     accessor.setFeaturePtr(record->feature);
     do {
         accessor.add(record->parameter);
         ++record;
-    } while (record != end && compareFeatures<N>(record->feature, bytes) == 0);
+    } while (record != end && isSameFeature<N>(record->feature, bytes));
     return accessor;
 }
 
@@ -227,7 +227,7 @@ std::uint32_t VectorLane<N>::uniqueFeatures() const {
     std::uint32_t features = 0;
     const Record* previous = nullptr;
     for (const Record& record : _permanent) {
-        if (previous == nullptr || compareFeatures<N>(previous->feature, record.feature) != 0) {
+        if (previous == nullptr || !isSameFeature<N>(previous->feature, record.feature)) {
             ++features;
         }
         previous = &record;

@@ -256,11 +256,13 @@ TEST(VectorLaneTest, ExhaustedMemoryLeavesTheLaneAsItWas) {
     EXPECT_EQ(keysOf(lane).substr(0, 11), "aa0 bb0 cc1");
 }
 
-// Few letters, so that keys come back often; the highest and the lowest byte are among them.
+// Few letters at few places, so that keys come back often; the highest and the lowest byte are among them.
 std::string randomFeature(std::mt19937& random, std::size_t length) {
     std::string feature(length, 'm');
-    for (std::size_t i = 0; i < std::min<std::size_t>(length, 3); ++i) {
-        feature[length - 1 - i] = "\0a\x7f\x80\xff"[random() % 5];
+    if (length > 0) {
+        for (const std::size_t place : {std::size_t{0}, length / 2, length - 1}) {
+            feature[place] = "\0a\x7f\x80\xff"[random() % 5];
+        }
     }
     return feature;
 }
@@ -353,7 +355,7 @@ TEST_P(LaneModelTest, BehavesAsASortedMap) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Lengths, LaneModelTest, testing::Values(0, 1, 2, 3, 7, 8, 9, 16, 17, 30, 31));
+INSTANTIATE_TEST_SUITE_P(Lengths, LaneModelTest, testing::Values(0, 1, 2, 3, 4, 7, 8, 9, 15, 16, 17, 30, 31));
 
 }  // namespace
 }  // namespace halvern::classifier::storage
