@@ -1,0 +1,178 @@
+#include "server/ClassifierTransaction.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "classifier/ClassifierException.h"
+#include "server/BadRequestException.h"
+#include "support/ClassifierTable.h"
+
+namespace halvern::morvane {
+namespace {
+
+using support::failureOf;
+
+const std::string NAME = "root/a.dat";
+
+class ClassifierTransactionTest : public testing::Test, public support::ClassifierTable {
+protected:
+    // Runs a sequence of steps, separated by blanks: create, remove, commit, or the name of a class to add.
+    // Ends at the first failure, whose text it gives.
+    std::string run(const std::string& steps) {
+        ClassifierTransactionImpl transaction(table, NAME);
+        std::istringstream in(steps);
+        for (std::string step; in >> step;) {
+            try {
+                if (step == "create") {
+                    transaction.create();
+                } else if (step == "remove") {
+                    transaction.remove();
+                } else if (step == "commit") {
+                    transaction.commit();
+                } else {
+                    transaction.get().addClass(step);
+                }
+            } catch (const exceptions::Exception& failure) {
+                return failure.what();
+            } catch (const std::bad_alloc&) {
+                return "bad_alloc";
+            }
+        }
+        return "ok";
+    }
+
+    // What memory and disk say of the classifier: its classes, or "none". They must agree.
+    std::string state() {
+        std::string onDisk = "none";
+        if (files.exists(NAME)) {
+            onDisk = join(classesIn(files.load(NAME)));
+        }
+        std::string inMemory = "none";
+        try {
+            inMemory = join(classesOf(table.get(NAME)->getClassifier()));
+        } catch (const ClassifierNotFoundException&) {
+        }
+        return inMemory == onDisk ? onDisk : "memory " + inMemory + ", disk " + onDisk;
+    }
+
+    static std::string join(const std::vector<std::string>& names) {
+        std::string all = "[";
+        for (const std::string& name : names) {
+            all += name;
+        }
+        return all + "]";
+    }
+};
+
+TEST_F(ClassifierTransactionTest, SequenceHappensAsAWholeOrNotAtAll) {
+    const std::string inMemory =
+        "Trying to create a classifier that already exists (in memory) '" + NAME + "'.";
+    const std::string marked = "Trying to get a classifier that has been marked for deletion '" + NAME + "'.";
+    const std::string notFound = "The requested classifier could not be found. '" + NAME + "'.";
+    const std::string classExists =
+        "Trying to add an already existing class with the name 'x'. Use classExists to find out if a class "
+        "already is added.";
+    const struct {
+        const char* before;
+        const char* steps;
+        std::string answer;
+        const char* after;
+    } rows[] = {
+        {"none", "commit", "ok", "none"},
+        {"none", "create commit", "ok", "[]"},
+        {"none", "create x y commit", "ok", "[xy]"},
+        {"none", "create x", "ok", "none"},
+        {"none", "create x x commit", classExists, "none"},
+        {"none", "create create commit", inMemory, "none"},
+        {"none", "create x remove commit", "ok", "none"},
+        {"none", "create remove", "ok", "none"},
+        {"none", "create remove x commit", marked, "none"},
+        {"none", "create remove create commit", inMemory, "none"},
+        {"none", "x commit", notFound, "none"},
+        {"none", "remove remove commit", "ok", "none"},
+        {"none", "remove create x commit", "ok", "[x]"},
+        {"none", "remove create x x commit", classExists, "none"},
+        {"[a]", "x commit", "ok", "[ax]"},
+        {"[a]", "x", "ok", "[a]"},
+        {"[a]", "x x commit", classExists, "[a]"},
+        {"[a]", "create commit", inMemory, "[a]"},
+        {"[a]", "x create commit", inMemory, "[a]"},
+        {"[a]", "remove commit", "ok", "none"},
+        {"[a]", "remove", "ok", "[a]"},
+        {"[a]", "x remove commit", "ok", "none"},
+        {"[a]", "remove x commit", marked, "[a]"},
+        {"[a]", "x remove x commit", marked, "[a]"},
+        {"[a]", "remove create commit", inMemory, "[a]"},
+        {"[a]", "x remove create commit", inMemory, "[a]"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.before) + " " + row.steps);
+        ASSERT_EQ(run("remove commit"), "ok");
+        if (row.before == std::string("[a]")) {
+            ASSERT_EQ(run("create a commit"), "ok");
+        }
+        ASSERT_EQ(state(), row.before);
+        EXPECT_EQ(run(row.steps), row.answer);
+        EXPECT_EQ(state(), row.after);
+    }
+}
+
+TEST_F(ClassifierTransactionTest, FailingDiskOrMemoryLeavesTheOldState) {
+    const struct {
+        const char* before;
+        const char* steps;
+        int save;
+        int remove;
+        const char* answer;
+    } rows[] = {
+        {"none", "create x commit", 1, 0, "The disk is full."},
+        {"none", "create x remove commit", 0, 1, "The disk is read-only."},
+        {"[a]", "x commit", 1, 0, "The disk is full."},
+        {"[a]", "remove commit", 0, 1, "The disk is read-only."},
+        {"[a]", "x remove commit", 0, 1, "The disk is read-only."},
+    };
+    for (const auto& row : rows) {
+        for (const bool outOfMemory : {false, true}) {
+            SCOPED_TRACE(std::string(row.before) + " " + row.steps);
+            ASSERT_EQ(run("remove commit"), "ok");
+            if (row.before == std::string("[a]")) {
+                ASSERT_EQ(run("create a commit"), "ok");
+            }
+            files.failingSave = row.save;
+            files.failingRemove = row.remove;
+            files.outOfMemory = outOfMemory;
+            EXPECT_EQ(run(row.steps), outOfMemory ? "bad_alloc" : row.answer);
+            EXPECT_EQ(state(), row.before);
+        }
+    }
+}
+
+TEST_F(ClassifierTransactionTest, FileOfAFailedCreationGoes) {
+    files.failedSaveStays = true;
+    files.failingSave = 1;
+    EXPECT_EQ(run("create x commit"), "The disk is full.");
+    EXPECT_EQ(state(), "none");
+
+    // The file that can't be removed either is what the name stands for then.
+    files.failingSave = 1;
+    files.failingRemove = 1;
+    EXPECT_EQ(run("create x commit"), "The disk is full.");
+    EXPECT_TRUE(log.has(logLevel::error, "The disk is read-only."));
+    EXPECT_EQ(state(), "[x]");
+}
+
+TEST_F(ClassifierTransactionTest, CommitWritesOnceAndPointersSeeIt) {
+    ASSERT_EQ(run("create commit"), "ok");
+    const auto pointer = table.get(NAME);
+    const std::size_t writes = files.changeCount();
+    ASSERT_EQ(run("x y z commit"), "ok");
+    EXPECT_EQ(files.changeCount(), writes + 1);
+    EXPECT_EQ(join(classesOf(pointer->getClassifier())), "[xyz]");
+    ASSERT_EQ(run("remove commit"), "ok");
+    EXPECT_EQ(join(classesOf(pointer->getClassifier())), "[xyz]");
+    EXPECT_TRUE(pointer->isRemoved());
+}
+
+}  // namespace
+}  // namespace halvern::morvane
