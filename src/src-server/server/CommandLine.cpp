@@ -18,15 +18,17 @@ struct ModeRule {
 
 // In order of recognition.
 constexpr ModeRule MODE_RULES[] = {
-    {"-scm", Mode::SERVE_AS_SERVICE, true}, {"-install", Mode::INSTALL, true}, {"-uninstall", Mode::UNINSTALL, false},
-    {"-start", Mode::START, false},         {"-stop", Mode::STOP, false},      {"-test", Mode::TEST, true},
+    {"-scm", Mode::SERVE_AS_SERVICE, true}, {"-install", Mode::INSTALL, true},
+    {"-uninstall", Mode::UNINSTALL, false}, {"-start", Mode::START, false},
+    {"-stop", Mode::STOP, false},           {"-test", Mode::TEST, true},
 };
 
 }  // namespace
 
 Mode modeOf(int argc, const char* const* argv) {
     for (const ModeRule& rule : MODE_RULES) {
-        if (std::any_of(argv, argv + argc, [&](const char* word) { return std::string_view(word) == rule.flag; })) {
+        if (std::any_of(argv, argv + argc,
+                        [&](const char* word) { return std::string_view(word) == rule.flag; })) {
             return rule.mode;
         }
     }
@@ -35,8 +37,8 @@ Mode modeOf(int argc, const char* const* argv) {
 
 void declareFlags(Mode mode, util::parser::ArgumentParser& parser) {
     parser.addFlag("-quiet", 0, 0, true);
-    const ModeRule* rule =
-        std::find_if(std::begin(MODE_RULES), std::end(MODE_RULES), [&](const ModeRule& r) { return r.mode == mode; });
+    const ModeRule* rule = std::find_if(std::begin(MODE_RULES), std::end(MODE_RULES),
+                                        [&](const ModeRule& r) { return r.mode == mode; });
     const bool serves = rule == std::end(MODE_RULES);
     if (!serves) {
         parser.addFlag(rule->flag, 0, 0, false);
@@ -50,7 +52,8 @@ void printUsage(Log& log) {
     util::FixedStream<2048> usage;
     usage << "\nMorvane Server 2.40 - classifies text documents.\n\n"
              "Flags:\n"
-             "-config\t\tSpecifies the server configuration file that is defined in XML. Can be used with -quiet and "
+             "-config\t\tSpecifies the server configuration file that is defined in XML. Can be used with "
+             "-quiet and "
              "-test.\n"
              "-quiet\t\tDoesn't output messages to std out, only to the logfile.\n"
              "-install\tInstalls the server as a service. Must be used with -config.\n"

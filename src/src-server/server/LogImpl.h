@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -19,7 +20,7 @@ namespace halvern::morvane {
 // dropped. Failures of the log stay inside it; that of the file shows on standard output.
 //
 // A new log lets every level through and writes to standard output only. The set operations take no lock:
-// they are for the start, while one thread runs.
+// they are for the start, while one thread runs. Level and dumps alone may be set at any time.
 class LogImpl final : public Log {
 public:
     // dumpFolder ends with a slash. The collaborators must outlive the log.
@@ -66,11 +67,11 @@ private:
     platform::mutex::MutexImpl _mutex;  // re-entrant
     bool _inside = false;               // guarded by _mutex, so it speaks of the thread that holds it
 
-    std::uint32_t _level = 0;
+    std::atomic<std::uint32_t> _level = 0;
     bool _toConsole = true;
     bool _toFile = false;
     bool _logMemory = false;
-    bool _dumpOnError = false;
+    std::atomic<bool> _dumpOnError = false;
 };
 
 }  // namespace halvern::morvane

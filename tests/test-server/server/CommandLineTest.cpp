@@ -25,7 +25,8 @@ TEST(CommandLineTest, TheFirstModeFlagDecidesAndOnlyItsFlagsAreAllowed) {
         {{"-quiet", "-config", "c.xml"}, Mode::SERVE, nullptr},
         {{"-quiet"}, Mode::SERVE, "The non optional flag -config was not found."},
         {{"-config"}, Mode::SERVE, "Not enough arguments for the flag -config. 1 is required."},
-        {{"-config", "a", "b"}, Mode::SERVE,
+        {{"-config", "a", "b"},
+         Mode::SERVE,
          "Too many arguments for the flag -config. No more than 1 arguments allowed"},
         {{"-config", "a", "-quiet", "b"}, Mode::SERVE, "No arguments for the flag -quiet are allowed"},
         {{"c.xml"}, Mode::SERVE, "The argument line should start with a flag"},
@@ -39,7 +40,9 @@ TEST(CommandLineTest, TheFirstModeFlagDecidesAndOnlyItsFlagsAreAllowed) {
         {{"-stop", "now"}, Mode::STOP, "No arguments for the flag -stop are allowed"},
         {{"-test", "-config", "c.xml"}, Mode::TEST, nullptr},
         {{"-test", "-install", "-config", "c.xml"}, Mode::INSTALL, "The flag -test is not allowed"},
-        {{"-config", "c.xml", "-install", "-scm"}, Mode::SERVE_AS_SERVICE, "The flag -install is not allowed"},
+        {{"-config", "c.xml", "-install", "-scm"},
+         Mode::SERVE_AS_SERVICE,
+         "The flag -install is not allowed"},
     };
     for (const Case& c : cases) {
         std::vector<const char*> argv = {"morvaneserver"};

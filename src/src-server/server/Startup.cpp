@@ -1,0 +1,259 @@
+#include "server/Startup.h"
+
+#include <memory>
+#include <new>
+
+#include "exceptions/Exception.h"
+#include "io/filesystem/DirectoryLock.h"
+#include "io/filesystem/Leftovers.h"
+#include "net/server/ThreadServer.h"
+#include "net/socket/SocketInitializer.h"
+#include "platform/thread/LoggingThreadFactoryImpl.h"
+#include "server/ClassifierCallbackFactoryImpl.h"
+#include "server/ClassifierFactoryImpl.h"
+#include "server/ClassifyConnection.h"
+#include "server/ConnectionParams.h"
+#include "server/EmptyXmlHookImpl.h"
+#include "server/JobDistribution.h"
+#include "server/Start.h"
+#include "server/StartupException.h"
+#include "server/TerminateHandlerImpl.h"
+#include "server/XmlClassifier.h"
+#include "server/XmlErrorResponseImpl.h"
+#include "server/XmlHookImpl.h"
+#include "server/XmlResponseImpl.h"
+#include "util/FixedStream.h"
+#include "util/StringHelper.h"
+#include "windows/com/xml/Document.h"
+#include "windows/com/xml/Library.h"
+#include "windows/com/xml/SchemaCache.h"
+#include "windows/file/CurrentDirectory.h"
+#include "windows/file/DiskSpace.h"
+#include "windows/file/Module.h"
+
+namespace halvern::morvane {
+
+namespace {
+
+constexpr const char* CAPTURE_DIRECTORY = "./logs/requests/";
+constexpr const char* DEFAULT_CLASSIFIER_ROOT = "./classifiers/";
+constexpr std::uint64_t MEGABYTE = 1'000'000;
+
+// Failures of threads and of the server reach the operator through the one log.
+class MorvaneThreadLog final : public platform::thread::ThreadLog {
+public:
+    explicit MorvaneThreadLog(Log& log) : _log(log) {}
+    void log(const std::string& text) override { _log.error(text); }
+
+private:
+    Log& _log;
+};
+
+class ServerLog final : public net::server::ThreadServerLog {
+public:
+    explicit ServerLog(Log& log) : _log(log) {}
+    void log(const char* text) noexcept override { _log.error(text); }
+
+private:
+    Log& _log;
+};
+
+// A schema file as the server uses it.
+struct Schema {
+    explicit Schema(const std::string& path) {
+        document.setResolveExternals(true);
+        document.load(path);
+        targetNamespace = document.getTargetNamespace();
+        version = document.getRootElement().getAttribute("version");
+    }
+
+    windows::com::xml::Document document;
+    std::string targetNamespace;
+    std::string version;
+};
+
+}  // namespace
+
+Startup::Startup(int argc, const char* const* argv, LogImpl& log,
+                 const platform::memory::MemoryStatus& memoryStatus,
+                 const windows::seh::SehExceptionMapper& sehMapper, const io::filesystem::SaveFile& saveFile,
+                 const io::filesystem::ExistsDir& existsDir, const io::filesystem::ExistsFile& existsFile,
+                 const io::filesystem::LoadFile& loadFile, const io::filesystem::SizeFile& sizeFile,
+                 const io::filesystem::RemoveFile& removeFile,
+                 const windows::file::CreateFolder& createFolder, const std::string& configSchemaPath,
+                 const std::string& requestSchemaPath, const std::string& responseSchemaPath)
+    : _log(log),
+      _memoryStatus(memoryStatus),
+      _sehMapper(sehMapper),
+      _mode(modeOf(argc, argv)),
+      _saveFile(saveFile),
+      _existsDir(existsDir),
+      _existsFile(existsFile),
+      _loadFile(loadFile),
+      _sizeFile(sizeFile),
+      _removeFile(removeFile),
+      _createFolder(createFolder),
+      _configSchemaPath(configSchemaPath),
+      _requestSchemaPath(requestSchemaPath),
+      _responseSchemaPath(responseSchemaPath) {
+    enterProgramDirectory();
+    openLogFile();
+    readCommandLine(argc, argv);
+}
+
+void Startup::enterProgramDirectory() const {
+    const std::string program = windows::file::ModuleImpl().fileName();
+    windows::file::CurrentDirectoryImpl().set(util::StringHelper::directoryOf(program));
+}
+
+void Startup::openLogFile() {
+    makeFolder(LOG_DIRECTORY, std::string("The directory '") + LOG_DIRECTORY, true);
+    _log.setToFile(true);
+}
+
+void Startup::readCommandLine(int argc, const char* const* argv) {
+    if (argc <= 1) {
+        throw ArgStartupException("No arguments specified.");
+    }
+    try {
+        declareFlags(_mode, _arguments);
+        _arguments.parse(static_cast<std::uint32_t>(argc - 1), argv + 1);
+    } catch (const exceptions::Exception& e) {
+        throw ArgStartupException(e.what());
+    }
+    _runningAsService = _mode == Mode::SERVE_AS_SERVICE;
+    _log.setToConsole(!_arguments.hasFlag("-quiet") && !_runningAsService);
+
+    util::FixedStream<1024> line;
+    line << "Executing ";
+    for (int i = 0; i < argc; ++i) {
+        line << (i == 0 ? "" : " ") << argv[i];
+    }
+    _log.log(line.str());
+}
+
+int Startup::run() {
+    try {
+        if (_mode != Mode::SERVE) {
+            throw SystemStartupException(
+                "Only serving on the console is part of this version. Start the server with -config, and let "
+                "the "
+                "service manager of this machine run that command.");
+        }
+        serve();
+        return 0;
+    } catch (...) {
+        logStartupFailure(_log);
+        return 1;
+    }
+}
+
+void Startup::serve() {
+    const windows::com::xml::Library xmlLibrary;
+    const net::socket::SocketInitializerImpl sockets;
+    TerminateHandlerImpl terminateHandler(_log);
+    terminateHandler.install();
+
+    const std::string configurationPath = _arguments.getArgument("-config");
+    _log.log("Initializing server v2.40");
+    const Configuration configuration = readConfiguration(configurationPath);
+    _log.log("Using config settings:\n" + configuration.document);
+    _log.log("System settings:\n" + systemFigures());
+
+    const std::string root =
+        configuration.classifierRootPath.empty() ? DEFAULT_CLASSIFIER_ROOT : configuration.classifierRootPath;
+    makeFolder(root, "The root training path '" + root, true);
+    const io::filesystem::DirectoryLock rootLock(root);
+    // Only now, with the root in this process's hands alone, is every temporary file a leftover.
+    io::filesystem::removeLeftovers(root);
+    makeFolder(CAPTURE_DIRECTORY, std::string("The directory '") + CAPTURE_DIRECTORY,
+               configuration.saveRequests);
+    _log.setDumpOnError(true);
+
+    ClassifierCallbackFactoryImpl callbackFactory(_log);
+    const ClassifierFactoryImpl classifierFactory;
+    JobDistributionImpl jobDistribution(classifierFactory, _memoryStatus, _loadFile, _saveFile, _existsFile,
+                                        _sizeFile, _removeFile, callbackFactory, root, _log);
+    windows::com::xml::SchemaCache schemas;
+    Schema requestSchema(_requestSchemaPath);
+    schemas.add(requestSchema.document, requestSchema.targetNamespace);
+    const Schema responseSchema(_responseSchemaPath);
+    const XmlErrorResponseFactoryImpl errorResponseFactory(responseSchema.targetNamespace,
+                                                           responseSchema.version);
+    const XmlResponseFactoryImpl responseFactory(responseSchema.targetNamespace);
+    const windows::file::DiskSpaceImpl diskSpace;
+    const XmlHookFactoryImpl capturingHooks(_saveFile, _existsFile, _log, CAPTURE_DIRECTORY, diskSpace);
+    const EmptyXmlHookFactoryImpl emptyHooks;
+    const XmlHookFactory& hooks =
+        configuration.saveRequests ? static_cast<const XmlHookFactory&>(capturingHooks) : emptyHooks;
+    const XmlClassifierFactoryImpl xmlClassifierFactory(jobDistribution, responseFactory,
+                                                        errorResponseFactory, hooks, schemas,
+                                                        requestSchema.targetNamespace, root, _log);
+
+    MorvaneThreadLog threadLog(_log);
+    ServerLog serverLog(_log);
+    const ConnectionParams params{
+        // A limit below zero widens to a number that no request reaches: no limit.
+        .maxInput = static_cast<std::uint64_t>(static_cast<std::int64_t>(configuration.maxInput)),
+        .log = _log,
+        .classifierFactory = xmlClassifierFactory,
+        .errorResponseFactory = errorResponseFactory,
+        .terminateHandler = terminateHandler,
+    };
+    platform::thread::LoggingThreadFactoryImpl threadFactory(&threadLog, &_sehMapper);
+    net::server::ThreadServer<ClassifyConnection, const ConnectionParams*> server(
+        threadFactory, configuration.port, configuration.maxClients,
+        static_cast<std::uint32_t>(configuration.clientQueueSize), &params, &serverLog);
+
+    util::FixedStream<128> line;
+    line << "Starting server on port " << configuration.port << ".";
+    _log.log(line.str());
+    server.start();
+    _log.log("Waiting for connections...");
+    _stopEvent.wait();
+    // The accept that fails when the listener closes is an error line of every stop. It needs no dump, which
+    // would only take one of the places that real failures may need.
+    _log.setDumpOnError(false);
+    server.stop();
+    server.join();
+    _log.log("Closing server.");
+}
+
+Configuration Startup::readConfiguration(const std::string& path) {
+    const ConfigurationReader reader(_configSchemaPath);
+    return reader.read(path, [this](std::uint32_t level, bool logMemory) {
+        _log.setLogMemory(logMemory);
+        _log.setLevel(level);
+    });
+}
+
+void Startup::makeFolder(const std::string& path, const std::string& complaint, bool verify) const {
+    _createFolder.create(path, false);
+    if (verify && !_existsDir.exists(path)) {
+        throw SystemStartupException(complaint + "' doesn't exist. Make sure you create it!");
+    }
+}
+
+std::string Startup::systemFigures() const {
+    util::FixedStream<1024> figures;
+    figures << "Total physical memory: " << _memoryStatus.total() / MEGABYTE << "MB\n"
+            << "Available physical memory: " << _memoryStatus.available() / MEGABYTE << "MB\n"
+            << "Available disk space on /: " << windows::file::DiskSpaceImpl().free("/") / MEGABYTE << "MB\n";
+    return figures.str();
+}
+
+void logStartupFailure(Log& log) {
+    try {
+        throw;
+    } catch (const exceptions::Exception& e) {
+        log.error(std::string("An exception occured when trying to startup the server. ") + e.what());
+    } catch (const std::bad_alloc& e) {
+        log.error(std::string("Caught a bad alloc exception. ") + e.what());
+    } catch (const std::exception& e) {
+        log.error(std::string("Caught an exception. ") + e.what());
+    } catch (...) {
+        log.error("A ... exception occured when trying to startup the server.");
+    }
+}
+
+}  // namespace halvern::morvane
