@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/resource.h>
@@ -6,7 +7,6 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
-#include <regex>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -237,9 +237,7 @@ TEST(LoggingThreadTest, WhatEscapesIsLoggedBeforeTheProcessEnds) {
                 thread->join();
             },
             row.logged);
-        EXPECT_TRUE(
-            std::regex_search(support::readFile(reports.file("assertion.txt")), std::regex(row.report)))
-            << row.report;
+        EXPECT_THAT(support::readFile(reports.file("assertion.txt")), testing::ContainsRegex(row.report));
     }
 }
 
@@ -261,9 +259,9 @@ TEST(LoggingThreadTest, AFaultIsDescribedOnItsThread) {
     const std::string opening =
         "A SEH exception occurred in one of the running threads.\nThread name: worker.\nThread id: [0-9]+.\n";
     ASSERT_EQ(texts.size(), 4u);
-    EXPECT_TRUE(std::regex_match(texts[0], std::regex(opening + "Seven."))) << texts[0];
-    EXPECT_TRUE(std::regex_match(
-        texts[1], std::regex(opening + "Couldn't find a seh string representation of the exception code 8.")))
-        << texts[1];
+    EXPECT_THAT(texts[0], testing::MatchesRegex(opening + "Seven."));
+    EXPECT_THAT(texts[1],
+                testing::MatchesRegex(opening +
+                                      "Couldn't find a seh string representation of the exception code 8."));
     EXPECT_EQ(texts[2], "");
 }
