@@ -101,25 +101,6 @@ TEST(ThreadTest, WaitsNoLongerThanAsked) {
     EXPECT_FALSE(thread->join(0));
 }
 
-TEST(ThreadTest, JoiningItselfIsRefused) {
-    std::unique_ptr<Thread> thread;
-    std::string failure;
-    Operation operation([&] {
-        try {
-            thread->join();
-        } catch (const ThreadException& exception) {
-            failure = exception.what();
-        }
-    });
-    thread = ThreadFactoryImpl().create(operation);
-    thread->start();
-    EXPECT_TRUE(thread->join(4294967295));
-    EXPECT_EQ(
-        failure,
-        "WaitForSingleObject failed while waiting for a thread. System error message: Resource deadlock "
-        "avoided. Error code: 35.");
-}
-
 // A server's client announces its end on its own thread, and whoever hears that joins and deletes it.
 TEST(ThreadTest, MayBeJoinedAndDeletedByWhomeverItTells) {
     for (int round = 0; round < 200; ++round) {
@@ -179,7 +160,27 @@ TEST(ThreadTest, StartsAndEndsAreChecked) {
     EXPECT_NE(report.find("_state == State::CREATED || _state == State::DELETED"), std::string::npos);
 }
 
-#ifndef MORVANE_SANITIZED  // sanitizers don't live with a limit on addresses
+// Sanitizers don't live with a limit on addresses, and lose a thread that tries to join itself.
+#ifndef MORVANE_SANITIZED
+TEST(ThreadTest, JoiningItselfIsRefused) {
+    std::unique_ptr<Thread> thread;
+    std::string failure;
+    Operation operation([&] {
+        try {
+            thread->join();
+        } catch (const ThreadException& exception) {
+            failure = exception.what();
+        }
+    });
+    thread = ThreadFactoryImpl().create(operation);
+    thread->start();
+    EXPECT_TRUE(thread->join(4294967295));
+    EXPECT_EQ(
+        failure,
+        "WaitForSingleObject failed while waiting for a thread. System error message: Resource deadlock "
+        "avoided. Error code: 35.");
+}
+
 TEST(ThreadTest, NoMemoryForAThreadIsAFailureThatNamesItself) {
     const auto startUntilRefused = [] {
         const rlimit nothingMore{1, 1};

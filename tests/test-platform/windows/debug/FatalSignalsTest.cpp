@@ -1,6 +1,7 @@
 #include "windows/debug/FatalSignals.h"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -10,7 +11,6 @@
 #include <cstring>
 #include <filesystem>
 #include <mutex>
-#include <regex>
 #include <thread>
 
 #include "support/TempDir.h"
@@ -142,10 +142,10 @@ TEST_F(FatalSignalsTest, CrashLeavesADumpAndALogEntryAndEndsInItsSignal) {
 
         EXPECT_NE(files.log.find(cause), std::string::npos) << files.log;
         EXPECT_NE(files.log.find(row.words), std::string::npos) << files.log;
-        EXPECT_TRUE(std::regex_search(
-            files.log, std::regex("^[A-Z][a-z]{2} [A-Z][a-z]{2} [ 1-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9] "
-                                  "[0-9]{4} \\[Failure\\] \\[ThreadId: [0-9]+\\]\n")))
-            << files.log;
+        EXPECT_THAT(files.log,
+                    testing::ContainsRegex(
+                        "^[A-Z][a-z]{2} [A-Z][a-z]{2} [ 1-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9] "
+                        "[0-9]{4} \\[Failure\\] \\[ThreadId: [0-9]+\\]\n"));
         const std::string end = "\nDump is here: " + files.dumpPath + "\n\n";
         EXPECT_EQ(files.log.substr(files.log.size() - std::min(files.log.size(), end.size())), end);
         std::filesystem::remove(_directory.file(files.dumpPath));
