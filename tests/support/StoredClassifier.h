@@ -47,6 +47,7 @@ struct StoredClassifier {
             for (const Record& record : records) {
                 if (record.feature.size() == length) {
                     lane.insert(lane.end(), record.feature.begin(), record.feature.end());
+                    lane.insert(lane.end(), length == 0 ? 1 : 0, 0);  // the empty feature's filler
                     append(lane, record.classIndex);
                     append(lane, record.count);
                     ++count;

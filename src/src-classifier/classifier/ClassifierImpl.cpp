@@ -10,6 +10,7 @@
 #include "classifier/DefaultCallback.h"
 #include "classifier/KeywordExtractor.h"
 #include "classifier/Scoring.h"
+#include "classifier/storage/Migration.h"
 #include "debug/Assertion.h"
 #include "util/FixedStream.h"
 #include "util/database/DatabaseReader.h"
@@ -19,6 +20,7 @@ namespace halvern::classifier {
 namespace {
 
 constexpr std::uint32_t DATA_VERSION = 5;
+constexpr std::uint32_t OLDEST_DATA_VERSION = 3;
 constexpr std::uint32_t NEWEST_EXTRACTOR = 5;
 constexpr std::uint32_t EXTRACTOR_WITHOUT_FOLDING = 3;
 
@@ -253,6 +255,13 @@ void ClassifierImpl::load(const util::Bytes& data) {
     const auto version = util::database::DatabaseReader(data).getNextPrimitive<std::uint32_t>();
     if (version == DATA_VERSION) {
         deserialize(data);
+        return;
+    }
+    if (version >= OLDEST_DATA_VERSION && version < DATA_VERSION) {
+        util::Bytes migrated;
+        migrated.reserve(data.size());
+        storage::migrate(data, migrated);
+        deserialize(migrated);
         return;
     }
     util::FixedStream<128> text;
