@@ -50,6 +50,7 @@ void ClassifierTransactionImpl::commit() {
     if (_classifierInfo.held.lock) {
         // The file first: if that fails, memory still agrees with the file that was there before.
         util::Bytes data;
+        _classifierInfo.copy->compact();
         _classifierInfo.copy->getTrainingData(data);
         _jobDistribution.save(_name, data);
         _classifierInfo.held.classifier->getClassifier().swap(*_classifierInfo.copy);

@@ -260,7 +260,11 @@ void XmlClassifier::addClass(const Element& call, WriteSequence& sequence) {
 }
 
 void XmlClassifier::removeClass(const Element& call, WriteSequence& sequence) {
-    sequence.transaction.get().removeClass(call.getAttribute(elementNames::CLASS_NAME));
+    classifier::Classifier& classifier = sequence.transaction.get();
+    // A compaction costs as much as all that is learned, so a sequence pays for it only where compact lanes are asked
+    // for: here, and once at its commit.
+    classifier.compact();
+    classifier.removeClass(call.getAttribute(elementNames::CLASS_NAME));
     _response->removeClass(_callId);
 }
 
@@ -272,15 +276,12 @@ void XmlClassifier::train(const Element& call, WriteSequence& sequence) {
     // is.
     checkSize(sequence);
     classifier.train(call.getAttribute(elementNames::CLASS_NAME), view(text));
-    classifier.compact();
     _response->train(_callId);
 }
 
 void XmlClassifier::untrain(const Element& call, WriteSequence& sequence) {
     const util::Bytes text = sequence.texts.get(call);
-    classifier::Classifier& classifier = sequence.transaction.get();
-    classifier.untrain(call.getAttribute(elementNames::CLASS_NAME), view(text));
-    classifier.compact();
+    sequence.transaction.get().untrain(call.getAttribute(elementNames::CLASS_NAME), view(text));
     _response->untrain(_callId);
 }
 
