@@ -13,6 +13,7 @@
 
 #include "debug/Assertion.h"
 #include "io/filesystem/FileSystemHelper.h"
+#include "platform/thread/LoggingThreadImpl.h"
 #include "util/FixedStream.h"
 #include "windows/debug/DumpFolder.h"
 #include "windows/debug/DumpName.h"
@@ -53,6 +54,11 @@ bool isStackOverflow(int signal, const siginfo_t& info, const ucontext_t& contex
 #endif
 }
 
+std::uint32_t codeOf(int signal, const siginfo_t& info, const ucontext_t& context) {
+    return isStackOverflow(signal, info, context) ? windows::seh::STACK_OVERFLOW_CODE
+                                                  : windows::seh::exceptionCodeOf(signal, info.si_code);
+}
+
 Text describe(int signal, const siginfo_t& info, const ucontext_t& context,
               const windows::seh::SehExceptionMapper& mapper) {
     Text text;
@@ -70,10 +76,7 @@ Text describe(int signal, const siginfo_t& info, const ucontext_t& context,
         text << "0x0";
     }
     text << ".";
-    const std::uint32_t code = isStackOverflow(signal, info, context)
-                                   ? windows::seh::STACK_OVERFLOW_CODE
-                                   : windows::seh::exceptionCodeOf(signal, info.si_code);
-    if (const char* words = mapper.getText(code)) {
+    if (const char* words = mapper.getText(codeOf(signal, info, context))) {
         text << " " << words;
     }
     return text;
@@ -168,6 +171,12 @@ void FatalSignals::onSignal(int signal, siginfo_t* info, void* context) noexcept
 
 void FatalSignals::report(int signal, const siginfo_t& info, const void* context) const noexcept {
     const Text text = describe(signal, info, *static_cast<const ucontext_t*>(context), _mapper);
+    // The code 0 is no fault of the thread's own: an abort has been reported by whoever called for it.
+    util::FixedStream<1024> occurrence;
+    if (const std::uint32_t code = codeOf(signal, info, *static_cast<const ucontext_t*>(context));
+        code != 0) {
+        platform::thread::LoggingThreadImpl::describeFault(code, occurrence);
+    }
     const DumpCause cause = {text.str(), std::time(nullptr), getpid(), gettid(), context};
     Text path;
     path << _dumpFolder.c_str() << dumpName(cause.threadId, cause.time).str();
@@ -187,7 +196,7 @@ void FatalSignals::report(int signal, const siginfo_t& info, const void* context
     if (*reason.str() != 0) {
         outcome << "Failed to create dump (" << path.str() << ") reason: " << reason.str() << "\n";
     }
-    writeLogEntry(cause, outcome.str());
+    writeLogEntry(cause, occurrence.str(), outcome.str());
 }
 
 bool FatalSignals::writeDumpInChild(int file, const DumpCause& cause) const noexcept {
@@ -227,11 +236,14 @@ bool FatalSignals::writeDumpInChild(int file, const DumpCause& cause) const noex
     return false;
 }
 
-void FatalSignals::writeLogEntry(const DumpCause& cause, const char* outcome) const noexcept {
+void FatalSignals::writeLogEntry(const DumpCause& cause, const char* occurrence,
+                                 const char* outcome) const noexcept {
     // Not through the log, whose lock the stopped thread may hold.
     Text entry;
     appendTime(entry, cause.time + _secondsEastOfUtc);
-    entry << " [Failure] [ThreadId: " << cause.threadId << "]\n" << cause.text << "\n" << outcome << "\n";
+    entry << " [Failure] [ThreadId: " << cause.threadId << "]\n"
+          << occurrence << (*occurrence != 0 ? "\n" : "") << cause.text << "\n"
+          << outcome << "\n";
     const io::filesystem::ScopedDescriptor file(
         io::filesystem::openFile(_logFile.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666));
     if (file.isOpen()) {

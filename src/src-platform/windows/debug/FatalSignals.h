@@ -33,7 +33,7 @@ private:
     static void onSignal(int signal, siginfo_t* info, void* context) noexcept;
     void report(int signal, const siginfo_t& info, const void* context) const noexcept;
     bool writeDumpInChild(int file, const DumpCause& cause) const noexcept;
-    void writeLogEntry(const DumpCause& cause, const char* outcome) const noexcept;
+    void writeLogEntry(const DumpCause& cause, const char* occurrence, const char* outcome) const noexcept;
 
     const MiniDump& _miniDump;
     const windows::seh::SehExceptionMapper& _mapper;

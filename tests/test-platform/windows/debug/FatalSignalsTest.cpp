@@ -13,6 +13,7 @@
 #include <mutex>
 #include <thread>
 
+#include "platform/thread/LoggingThreadFactoryImpl.h"
 #include "support/TempDir.h"
 #include "windows/debug/DumpFolder.h"
 
@@ -60,6 +61,18 @@ namespace windows::debug {
         const windows::seh::ScopedSignalStack stack;
         usesUpItsStack(1 << 30);
     }).join();
+}
+
+[[gnu::noinline]] void readsThroughNullInANamedThread() {
+    class Worker final : public platform::thread::Runnable {
+    public:
+        void run() override { readsThroughNull(); }
+    } worker;
+    const windows::seh::SehExceptionMapperImpl mapper;
+    const auto thread = platform::thread::LoggingThreadFactoryImpl(nullptr, &mapper).create(worker);
+    thread->setName("worker");
+    thread->start();
+    thread->join();
 }
 
 [[gnu::noinline]] void isKilledFromOutside() { kill(getpid(), SIGSEGV); }
@@ -121,6 +134,8 @@ TEST_F(FatalSignalsTest, CrashLeavesADumpAndALogEntryAndEndsInItsSignal) {
         {readsBehindTheEndOfAMappedFile, SIGBUS, "readsBehindTheEndOfAMappedFile",
          "(EXCEPTION_IN_PAGE_ERROR)"},
         {overflowsInAThread, SIGSEGV, "usesUpItsStack", "(EXCEPTION_STACK_OVERFLOW)"},
+        {readsThroughNullInANamedThread, SIGSEGV, "readsThroughNull",
+         "A SEH exception occurred in one of the running threads.\nThread name: worker.\nThread id: "},
         {isKilledFromOutside, SIGSEGV, "isKilledFromOutside", "Sent by the process: "},
     };
     for (const auto& row : CASES) {
