@@ -30,10 +30,10 @@ int createThread(pthread_t& thread, void* (*function)(void*), void* argument) {
 
 ThreadImpl::ThreadImpl(Runnable& runnable) : _runnable(runnable) {}
 
-ThreadImpl::~ThreadImpl() { CHECK(_state == State::CREATED || _state == State::DELETED); }
+ThreadImpl::~ThreadImpl() { CHECK(_state == CREATED || _state == DELETED); }
 
 void ThreadImpl::start() {
-    CHECK(_state == State::CREATED);
+    CHECK(_state == CREATED);
     CHECK(_thread == 0);
     const std::lock_guard guard(_mutex);
     const int error = createThread(_thread, &ThreadImpl::threadFunction, this);
@@ -46,11 +46,11 @@ void ThreadImpl::start() {
         message.appendSystemError(static_cast<std::uint32_t>(error));
         throw ThreadException(message.str());
     }
-    _state = State::STARTED;
+    _state = STARTED;
 }
 
 bool ThreadImpl::join(std::uint64_t milliseconds) {
-    if (_state != State::STARTED) {
+    if (_state != STARTED) {
         return false;
     }
     const std::chrono::milliseconds limit(util::Converter::toUnsigned32(milliseconds));
@@ -65,7 +65,7 @@ bool ThreadImpl::join(std::uint64_t milliseconds) {
 }
 
 void ThreadImpl::join() {
-    if (_state != State::STARTED) {
+    if (_state != STARTED) {
         return;
     }
     const int error = pthread_join(_thread, nullptr);
@@ -75,7 +75,7 @@ void ThreadImpl::join() {
         message.appendSystemError(static_cast<std::uint32_t>(error));
         throw ThreadException(message.str());
     }
-    _state = State::DELETED;
+    _state = DELETED;
 }
 
 bool ThreadImpl::isCurrent() const {

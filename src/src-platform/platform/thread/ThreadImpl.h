@@ -19,7 +19,7 @@ namespace platform::thread {
 class ThreadImpl : public Thread {
 public:
     // Enough for every road through the server, the XML library's deepest recursions included.
-    static constexpr std::size_t stackSizeInBytes = 2 * 1024 * 1024;
+    static constexpr std::size_t stackSizeInBytes = std::size_t{2} * 1024 * 1024;
 
     explicit ThreadImpl(Runnable& runnable);
     ThreadImpl(const ThreadImpl&) = delete;
@@ -46,13 +46,13 @@ protected:
     std::string _name;
 
 private:
-    enum class State { CREATED, STARTED, DELETED };
+    enum State { CREATED, STARTED, DELETED };
 
     static void* threadFunction(void* argument);
 
     pthread_t _thread{};
     std::atomic<std::uint32_t> _id = 0;  // stored by the new thread before anything else; 0 until then
-    State _state = State::CREATED;
+    State _state = CREATED;
 
     std::mutex _mutex;  // held by start while it writes, so that the new thread finds its object complete
     std::condition_variable _endComes;

@@ -31,6 +31,7 @@ void ArgumentParser::addFlag(const std::string& name, std::uint32_t minArguments
 void ArgumentParser::parse(std::uint32_t count, const char* const* argv) {
     std::vector<std::string> words;
     for (std::uint32_t i = 0; i < count; ++i) {
+        // NOLINTNEXTLINE(modernize-use-nullptr): the report shows the condition as it stands here
         CHECK(argv[i] != 0);
         words.emplace_back(argv[i]);
     }

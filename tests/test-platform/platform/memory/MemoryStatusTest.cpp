@@ -14,7 +14,7 @@ using platform::memory::MemoryStatusImpl;
 namespace {
 
 constexpr const char* meminfo = "MemTotal:       16000 kB\nMemFree:   10 kB\nMemAvailable:    9000 kB\n";
-constexpr std::uint64_t systemAvailable = 9000 * 1024;
+constexpr std::uint64_t systemAvailable = 9'216'000;
 
 // A tree of made-up kernel files.
 class Kernel {

@@ -101,6 +101,7 @@ TEST(MutexTest, OneNameIsOneLock) {
 TEST(MutexTest, NamesThatComeAndGoStillExclude) {
     int counter = 0;
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             for (int round = 0; round < 2000; ++round) {

@@ -183,6 +183,7 @@ TEST(ReaderWriterLockTest, NoReaderSeesHalfAWrite) {
         std::uint64_t second = 0;
         std::atomic<bool> torn = false;
         std::vector<std::thread> threads;
+        threads.reserve(6);
         for (int i = 0; i < 6; ++i) {
             threads.emplace_back([&, isWriter = i < 2] {
                 for (int round = 0; round < 2000; ++round) {

@@ -156,8 +156,8 @@ TEST(ThreadTest, StartsAndEndsAreChecked) {
         },
         "");
     const std::string report = support::readFile(reports.file("assertion.txt"));
-    EXPECT_NE(report.find("_state == State::CREATED\n"), std::string::npos);
-    EXPECT_NE(report.find("_state == State::CREATED || _state == State::DELETED"), std::string::npos);
+    EXPECT_NE(report.find("_state == CREATED\n"), std::string::npos);
+    EXPECT_NE(report.find("_state == CREATED || _state == DELETED"), std::string::npos);
 }
 
 // Sanitizers don't live with a limit on addresses, and lose a thread that tries to join itself.
