@@ -12,9 +12,9 @@
 #include "windows/seh/SehExceptionMapper.h"
 
 int main(int argc, char* argv[]) {
-    // Lanes and file images above this size get pages of their own, which go back to the system when they are freed.
-    // Otherwise an eviction would not raise the free memory that the next load looks at. It also stops the threshold
-    // from growing by itself.
+    // Lanes and file images above this size get pages of their own, which go back to the system when they are
+    // freed. Otherwise an eviction would not raise the free memory that the next load looks at. It also stops
+    // the threshold from growing by itself.
     constexpr int LARGE_BLOCK_BYTES = 128 * 1024;
     mallopt(M_MMAP_THRESHOLD, LARGE_BLOCK_BYTES);
 

@@ -16,10 +16,10 @@ StopSignals::~StopSignals() {
     {
         const std::lock_guard lock(_mutex);
         _ending = true;
-        // Under the lock: the thread either still waits for a signal, and takes this one, or it already waits for
-        // _ending with the signals open, and must not get one any more.
+        // Under the lock: the thread either still waits for a signal, and takes this one, or it already waits
+        // for _ending with the signals open, and must not get one any more.
         if (!_taken) {
-            pthread_kill(_thread, SIGTERM);
+            pthread_kill(_thread, SIGINT);
         }
     }
     _ended.notify_all();

@@ -12,8 +12,9 @@ namespace platform {
 
 // Turns the first SIGINT or SIGTERM of a console run into an event; a second one ends the process at once.
 //
-// To be built before any other thread: both signals are blocked in the building thread, every thread made later
-// inherits that, and only the thread in here takes them. What the process did with them before comes back at the end.
+// To be built before any other thread: both signals are blocked in the building thread, every thread made
+// later inherits that, and only the thread in here takes them. What the process did with them before comes
+// back at the end.
 class StopSignals {
 public:
     explicit StopSignals(event::Event& stopEvent);

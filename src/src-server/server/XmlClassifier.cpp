@@ -261,8 +261,8 @@ void XmlClassifier::addClass(const Element& call, WriteSequence& sequence) {
 
 void XmlClassifier::removeClass(const Element& call, WriteSequence& sequence) {
     classifier::Classifier& classifier = sequence.transaction.get();
-    // A compaction costs as much as all that is learned, so a sequence pays for it only where compact lanes are asked
-    // for: here, and once at its commit.
+    // A compaction costs as much as all that is learned, so a sequence pays for it only where compact lanes
+    // are asked for: here, and once at its commit.
     classifier.compact();
     classifier.removeClass(call.getAttribute(elementNames::CLASS_NAME));
     _response->removeClass(_callId);

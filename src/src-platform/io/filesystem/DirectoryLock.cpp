@@ -24,7 +24,8 @@ DirectoryLock::DirectoryLock(const std::string& directory)
         util::FixedStream<4096> text;
         if (error == EWOULDBLOCK) {
             text << "The directory '" << directory.c_str()
-                 << "' is in use by another server. Stop that server, or give this one a directory of its own.";
+                 << "' is in use by another server. Stop that server, or give this one a directory of its "
+                    "own.";
             throw DirectoryLockException(text.str());
         }
         text << "Could not lock the directory '" << directory.c_str() << "' for this process. ";

@@ -14,8 +14,8 @@ public:
 
 // Keeps a directory for this process alone, for as long as the object lives.
 //
-// The lock is an flock(2) on the directory itself: it leaves no file behind, and a process that dies gives it back.
-// It binds only those who ask for it; reading, copying and backing up the files stays possible.
+// The lock is an flock(2) on the directory itself: it leaves no file behind, and a process that dies gives it
+// back. It binds only those who ask for it; reading, copying and backing up the files stays possible.
 class DirectoryLock {
 public:
     // Throws DirectoryLockException if another holder, in this process or elsewhere, has the directory.
