@@ -1,0 +1,132 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <atomic>
+#include <thread>
+
+#include "system/Program.h"
+#include "system/Wire.h"
+
+namespace systemtest {
+namespace {
+
+const std::string CREATE = "<create id=\"1\"/><addClass id=\"2\" className=\"x\"/>";
+
+std::string training(const std::string& classifier, const std::string& bytes) {
+    return request(texts(text("t", bytes)) +
+                   writeCalls(classifier, "<train id=\"1\" className=\"x\" textId=\"t\"/>"));
+}
+
+TEST(DurabilityTest, AKilledServerKeepsEveryAcknowledgedCommit) {
+    const Installation installation;
+    auto server = std::make_unique<Server>(installation);
+    ASSERT_TRUE(ask(server->port(), request(writeCalls("c", CREATE))).success);
+    // Enough old features for a save to take its time; each commit then adds one occurrence of one word.
+    std::string many;
+    for (int i = 0; i < 20'000; ++i) {
+        many += "w" + std::to_string(i * 7919) + " ";
+    }
+    ASSERT_TRUE(ask(server->port(), training("c", many)).success);
+    std::uint64_t known = classesOf(server->port(), "c")["x"].totalCount;
+    for (const int enough : {1, 3, 2, 5}) {
+        std::atomic<int> acknowledged = 0;
+        std::thread client([&, port = server->port()] {
+            try {
+                while (ask(port, training("c", "word")).success) {
+                    ++acknowledged;
+                }
+            } catch (const std::runtime_error&) {
+                // The connection that the killed server never answered.
+            }
+        });
+        EXPECT_TRUE(eventually([&] { return acknowledged >= enough; }));
+        server->process().signal(SIGKILL);
+        EXPECT_EQ(server->process().wait(), 128 + SIGKILL);
+        client.join();
+
+        server = std::make_unique<Server>(installation);
+        const std::uint64_t found = classesOf(server->port(), "c")["x"].totalCount;
+        // The last commit may have reached the disk without its answer reaching the client.
+        EXPECT_GE(found, known + static_cast<std::uint64_t>(acknowledged));
+        EXPECT_LE(found, known + static_cast<std::uint64_t>(acknowledged) + 1);
+        known = found;
+    }
+    EXPECT_EQ(server->stop(), 0);
+}
+
+TEST(DurabilityTest, ACrashLeavesNoTemporaryFileForLong) {
+    const Installation installation;
+    {
+        Server server(installation);
+        ASSERT_TRUE(ask(server.port(), request(writeCalls("c", CREATE))).success);
+        EXPECT_EQ(server.stop(), 0);
+    }
+    const std::string leftover = installation.file("classifiers/.c.dat.AbC123.tmp");
+    support::writeFile(leftover, "half a classifier");
+    Server server(installation);
+    EXPECT_FALSE(std::filesystem::exists(leftover));
+    EXPECT_EQ(classesOf(server.port(), "c").size(), 1u);
+}
+
+// Lets no file of the server grow past a size, as a full disk does, until the end of the scope.
+class FullDisk {
+public:
+    FullDisk(pid_t process, rlim_t size) : _process(process) { set(size); }
+    ~FullDisk() { set(RLIM_INFINITY); }
+
+private:
+    void set(rlim_t size) {
+        const rlimit limit{size, RLIM_INFINITY};
+        if (::prlimit(_process, RLIMIT_FSIZE, &limit, nullptr) != 0) {
+            throw std::runtime_error("prlimit failed");
+        }
+    }
+    pid_t _process;
+};
+
+TEST(DurabilityTest, AFullDiskCostsTheRequestAndNothingElse) {
+    const Installation installation;
+    auto server = std::make_unique<Server>(installation);
+    ASSERT_TRUE(ask(server->port(), request(writeCalls("c", CREATE))).success);
+    ASSERT_TRUE(ask(server->port(), training("c", "word")).success);
+    const auto before = classesOf(server->port(), "c");
+    const std::string file = support::readFile(installation.classifier("c"));
+    std::string large;
+    for (int i = 0; i < 100'000; ++i) {
+        large += "w" + std::to_string(i * 7919) + " ";
+    }
+    {
+        const FullDisk disk(server->process().id(), 1'000'000);
+        for (const std::string& failing :
+             {training("c", large),
+              request(texts(text("t", large)) +
+                      writeCalls("fresh", CREATE + "<train id=\"3\" className=\"x\" textId=\"t\"/>"))}) {
+            const Answer answer = ask(server->port(), failing);
+            EXPECT_EQ(answer.code, 5000) << answer.message;
+            EXPECT_NE(answer.message.find("An error occurred when executing a classifier query.\n\n"),
+                      std::string::npos)
+                << answer.message;
+            EXPECT_TRUE(answer.results.empty());
+        }
+        EXPECT_EQ(classesOf(server->port(), "c"), before);
+        EXPECT_EQ(support::readFile(installation.classifier("c")), file);
+    }
+    std::set<std::string> left;
+    for (const auto& entry : std::filesystem::directory_iterator(installation.file("classifiers"))) {
+        left.insert(entry.path().filename());
+    }
+    EXPECT_EQ(left, std::set<std::string>{"c.dat"});
+    EXPECT_NE(
+        ask(server->port(), request(readCalls(information("fresh")))).message.find("could not be found"),
+        std::string::npos);
+    // Room again: the same request goes through, and the restarted server knows it.
+    EXPECT_TRUE(ask(server->port(), training("c", large)).success);
+    const auto after = classesOf(server->port(), "c");
+    EXPECT_GT(after.at("x").totalCount, 100'000u);
+    EXPECT_EQ(server->stop(), 0);
+    server = std::make_unique<Server>(installation);
+    EXPECT_EQ(classesOf(server->port(), "c"), after);
+}
+
+}  // namespace
+}  // namespace systemtest
