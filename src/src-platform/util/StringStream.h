@@ -69,12 +69,13 @@ private:
 
     StringStream& append(const char* text, std::size_t length) {
         checkInvariants();
+        std::unique_ptr<char[]> outgrown;  // kept to the end, since text may lie in it
         if (_pos + length >= _bufSize) {
             const std::size_t newSize = (_bufSize + length) * 2 + 2;
             std::unique_ptr<char[]> newBuffer(new char[newSize]);
             std::memcpy(newBuffer.get(), buffer(), _pos + 1);
             CHECK(!newBuffer[_pos]);
-            _heap = std::move(newBuffer);
+            outgrown = std::exchange(_heap, std::move(newBuffer));
             _bufSize = newSize;
         }
         std::memcpy(buffer() + _pos, text, length);

@@ -54,6 +54,17 @@ TEST(StringStreamTest, GrowsAcrossItsInlineBufferWithoutLosingText) {
     }
 }
 
+TEST(StringStreamTest, TakesItsOwnTextAlsoWhileItGrows) {
+    util::StringStream<512> stream;
+    std::string expected = "text of some length";
+    stream << expected;
+    for (int i = 0; i < 12; ++i) {
+        stream << stream.str();
+        expected += expected;
+        ASSERT_EQ(stream.str(), expected);
+    }
+}
+
 TEST(ExceptionTest, KeepsAtMost4095CharactersAndSurvivesCopying) {
     for (const std::size_t length : {0U, 4095U, 4096U, 9000U}) {
         const exceptions::IllegalArgumentException original(std::string(length, 'm'));

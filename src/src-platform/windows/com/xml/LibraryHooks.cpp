@@ -82,8 +82,9 @@ void release(void* block) noexcept {
 }
 
 void* allocateFor(void* block, std::size_t size) noexcept {
-    void* const fresh = source.load(std::memory_order_relaxed)(block, size);
-    memoryRanOut = memoryRanOut || (fresh == nullptr && size != 0);
+    // A block of no size would be freed, which looks like memory that ran out with the block still there.
+    void* const fresh = source.load(std::memory_order_relaxed)(block, std::max<std::size_t>(size, 1));
+    memoryRanOut = memoryRanOut || fresh == nullptr;
     return fresh;
 }
 

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <libxml/globals.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -173,6 +174,15 @@ private:
     static inline int _untilFailure = 0;
     static inline bool _forGood = false;
 };
+
+TEST(LibraryHooksTest, BlockThatShrinksToNothingIsFreedOnceAndIsNoExhaustion) {
+    const Library library;
+    const hooks::MemoryWatch watch;
+    void* const block = xmlRealloc(xmlMalloc(24), 0);
+    EXPECT_NE(block, nullptr);
+    xmlFree(block);
+    EXPECT_NO_THROW(watch.check());
+}
 
 TEST_F(SchemaCacheTest, ExhaustedMemoryIsBadAllocAndNeverAnotherAnswer) {
     const std::string path = write("s.xsd", schemaText(itemType));
