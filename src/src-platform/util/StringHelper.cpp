@@ -19,19 +19,22 @@ std::string StringHelper::toLower(std::string_view text) {
 }
 
 std::size_t StringHelper::replaceAll(std::string& text, const std::string& search,
-                                     const std::string& replacement) {
+                                     const std::string& replaceWith) {
     if (search.empty()) {
         return 0;
     }
+    const std::size_t searchForLen = search.size();
     std::string result;
     std::size_t replacements = 0;
     std::size_t rest = 0;
     for (std::size_t match; (match = text.find(search, rest)) != std::string::npos; ++replacements) {
-        result.append(text, rest, match - rest).append(replacement);
-        rest = match + search.size();
+        const std::size_t oldSize = result.size() + text.size() - rest;
+        result.append(text, rest, match - rest).append(replaceWith);
+        rest = match + searchForLen;
+        const std::size_t newSize = result.size() + text.size() - rest;
+        CHECK(newSize == oldSize + replaceWith.size() - searchForLen);
     }
     result.append(text, rest);
-    CHECK(result.size() == text.size() + replacements * replacement.size() - replacements * search.size());
     text.swap(result);
     return replacements;
 }

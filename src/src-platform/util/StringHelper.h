@@ -20,10 +20,10 @@ public:
     // Folds A to Z; all other bytes stay.
     static std::string toLower(std::string_view text);
 
-    // Replaces search by replacement from left to right and returns the number of replacements. What has been
+    // Replaces search by replaceWith from left to right and returns the number of replacements. What has been
     // put in is not searched again. An empty search string is found nowhere.
     static std::size_t replaceAll(std::string& text, const std::string& search,
-                                  const std::string& replacement);
+                                  const std::string& replaceWith);
 
     // Turns each character up to U+00FF into the byte of that number; a zero character ends the text. Throws
     // StringHelperException for any other character.

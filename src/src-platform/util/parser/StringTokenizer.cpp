@@ -32,11 +32,13 @@ std::string StringTokenizerImpl::nextToken() {
 }
 
 std::string StringTokenizerImpl::peekToken(std::size_t tokensAheadOfNextToken) const {
-    CHECK(countTokens() > tokensAheadOfNextToken);
+    CHECK(countTokens() >= tokensAheadOfNextToken);
     std::size_t start = _position;
     for (std::size_t i = 0; i < tokensAheadOfNextToken; ++i) {
         start = tokenBehind(start);
     }
+    // As many as there are leads just behind the last one.
+    CHECK(start != std::string::npos);
     return _text.substr(start, endOfToken(start) - start);
 }
 

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "support/FailedCheck.h"
+
 using util::parser::StringTokenizerImpl;
 
 TEST(StringTokenizerTest, TokensAreTheRunsBetweenDelimiters) {
@@ -40,4 +42,13 @@ TEST(StringTokenizerTest, PeekingCountsFromTheNextToken) {
     EXPECT_EQ(tokenizer.peekToken(1), "three");
     EXPECT_EQ(tokenizer.peekToken(0), "two");
     EXPECT_EQ(tokenizer.nextToken(), "two");
+}
+
+TEST(StringTokenizerTest, PeekingBeyondTheLastTokenIsAFailedCheck) {
+    const auto peek = [](std::size_t ahead) {
+        return support::failedCheck([ahead] { StringTokenizerImpl("one two", " ").peekToken(ahead); });
+    };
+    EXPECT_EQ(peek(1), "");
+    EXPECT_TRUE(peek(2).starts_with("start != std::string::npos / ")) << peek(2);
+    EXPECT_TRUE(peek(3).starts_with("countTokens() >= tokensAheadOfNextToken / ")) << peek(3);
 }
