@@ -34,7 +34,11 @@ std::string keysOf(const LaneBase& lane) {
     const LaneIterator end = lane.end();
     for (LaneIterator at = lane.begin(); at.record != end.record; at.record += at.stride) {
         const char* const parameter = at.record + at.stride - sizeof(Parameter);
-        keys += (keys.empty() ? "" : " ") + std::string(at.record, at.featureSize) + char('0' + *parameter);
+        if (!keys.empty()) {
+            keys += ' ';
+        }
+        keys.append(at.record, at.featureSize);
+        keys += static_cast<char>('0' + *parameter);
     }
     return keys;
 }
