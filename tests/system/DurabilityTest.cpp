@@ -17,16 +17,20 @@ std::string training(const std::string& classifier, const std::string& bytes) {
                    writeCalls(classifier, "<train id=\"1\" className=\"x\" textId=\"t\"/>"));
 }
 
+std::string distinctWords(int count) {
+    std::string words;
+    for (int i = 0; i < count; ++i) {
+        words.append("w").append(std::to_string(i * 7919)).append(" ");
+    }
+    return words;
+}
+
 TEST(DurabilityTest, AKilledServerKeepsEveryAcknowledgedCommit) {
     const Installation installation;
     auto server = std::make_unique<Server>(installation);
     ASSERT_TRUE(ask(server->port(), request(writeCalls("c", CREATE))).success);
     // Enough old features for a save to take its time; each commit then adds one occurrence of one word.
-    std::string many;
-    for (int i = 0; i < 20'000; ++i) {
-        many += "w" + std::to_string(i * 7919) + " ";
-    }
-    ASSERT_TRUE(ask(server->port(), training("c", many)).success);
+    ASSERT_TRUE(ask(server->port(), training("c", distinctWords(20'000))).success);
     std::uint64_t known = classesOf(server->port(), "c")["x"].totalCount;
     for (const int enough : {1, 3, 2, 5}) {
         std::atomic<int> acknowledged = 0;
@@ -91,10 +95,7 @@ TEST(DurabilityTest, AFullDiskCostsTheRequestAndNothingElse) {
     ASSERT_TRUE(ask(server->port(), training("c", "word")).success);
     const auto before = classesOf(server->port(), "c");
     const std::string file = support::readFile(installation.classifier("c"));
-    std::string large;
-    for (int i = 0; i < 100'000; ++i) {
-        large += "w" + std::to_string(i * 7919) + " ";
-    }
+    const std::string large = distinctWords(100'000);
     {
         const FullDisk disk(server->process().id(), 1'000'000);
         for (const std::string& failing :

@@ -119,6 +119,17 @@ private:
     std::uint16_t _port = 0;
 };
 
+inline bool isListening(std::uint16_t port) {
+    const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    const bool connected = ::connect(probe, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+    ::close(probe);
+    return connected;
+}
+
 struct Settings {
     std::string port = "0";
     std::string maxInput = "20000000";
@@ -175,19 +186,24 @@ private:
 // A server that takes requests when the constructor returns.
 class Server {
 public:
-    explicit Server(const Installation& installation, Settings settings = {}) {
+    explicit Server(const Installation& installation, Settings settings = {},
+                    const std::vector<std::string>& moreArguments = {}) {
+        std::vector<std::string> arguments{"-config", "config.xml"};
+        arguments.insert(arguments.end(), moreArguments.begin(), moreArguments.end());
         for (int attempt = 0; attempt < 10; ++attempt) {
             // Somebody else may take the port between here and the server's own bind.
-            settings.port = std::to_string(BoundPort().port());
+            _port = BoundPort().port();
+            settings.port = std::to_string(_port);
             support::writeFile(installation.file("config.xml"), configuration(settings));
             const std::size_t before = installation.log().size();
             const auto news = [&] { return installation.log().substr(before); };
-            _process = installation.run({"-config", "config.xml"});
+            _process = installation.run(arguments);
             eventually([&] {
-                return _process->hasEnded() || news().find("Waiting for connections...") != std::string::npos;
+                return _process->hasEnded() ||
+                       news().find("Waiting for connections...") != std::string::npos ||
+                       (settings.logLevel == "error" && isListening(_port));
             });
             if (!_process->hasEnded()) {
-                _port = static_cast<std::uint16_t>(std::stoi(settings.port));
                 return;
             }
             if (news().find("already in use") == std::string::npos &&

@@ -269,7 +269,7 @@ TEST(ServingTest, ManyClientsSeeOnlyWhatSomeCommitProduced) {
                     // Both classes learn in one sequence: whoever sees one without the other saw half a
                     // commit.
                     const std::string both =
-                        texts(text("t", "w" + std::to_string(writer * 1000 + round))) +
+                        texts(text("t", std::to_string(writer * 1000 + round))) +
                         writeCalls(
                             "shared",
                             "<train id=\"1\" className=\"x\" textId=\"t\"/>\n<train id=\"2\" className=\"y\" "

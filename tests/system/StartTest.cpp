@@ -112,18 +112,9 @@ TEST(StartTest, LogsOnlyFromTheConfiguredLevelOn) {
     const Installation installation;
     Settings settings;
     settings.logLevel = "error";
-    settings.port = std::to_string(BoundPort().port());
-    support::writeFile(installation.file("config.xml"), configuration(settings));
-    const auto process = installation.run({"-config", "config.xml", "-quiet"});
-    ASSERT_TRUE(eventually([&] {
-        try {
-            return replyTo(static_cast<std::uint16_t>(std::stoi(settings.port)), "x").size() > 0;
-        } catch (const std::runtime_error&) {
-            return process->hasEnded();
-        }
-    }));
-    process->signal(SIGTERM);
-    EXPECT_EQ(process->wait(), 0) << installation.log();
+    Server server(installation, settings, {"-quiet"});
+    EXPECT_EQ(ask(server.port(), "x").code, 4000);
+    EXPECT_EQ(server.stop(), 0);
     EXPECT_EQ(installation.output(), "");
     EXPECT_NE(installation.log().find("Initializing server v2.40"), std::string::npos);
     EXPECT_EQ(installation.log().find("Waiting for connections..."), std::string::npos);
