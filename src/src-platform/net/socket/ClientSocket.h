@@ -13,8 +13,9 @@ class ClientSocket {
 public:
     virtual ~ClientSocket() = default;
 
-    // Connects, and gives the stream, which lives as long as this object. Only once, successful or not.
-    // Throws InitException, ConnectException, ChangeStateException.
+    // Connects, and gives the stream, which lives as long as this object. Only once, successful or not. A
+    // port that nobody listens on refuses, also where the system would connect the caller to itself. Throws
+    // InitException, ConnectException, ChangeStateException.
     virtual SocketStream& connect(const std::string& host, std::uint16_t port) = 0;
 };
 

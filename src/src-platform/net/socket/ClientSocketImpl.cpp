@@ -37,6 +37,15 @@ std::uint32_t resolverCode(int result, int systemCode) {
     }
 }
 
+// A caller whose own port the system happens to choose equal to a free one that it calls is connected to
+// itself.
+bool isConnectedToItself(int descriptor, const sockaddr_in& called) {
+    sockaddr_in local = {};
+    socklen_t size = sizeof(local);
+    return getsockname(descriptor, reinterpret_cast<sockaddr*>(&local), &size) == 0 &&
+           local.sin_port == called.sin_port && local.sin_addr.s_addr == called.sin_addr.s_addr;
+}
+
 }  // namespace
 
 ClientSocketImpl::ClientSocketImpl(const platform::errorresources::ErrorMapper& errorMapper,
@@ -82,6 +91,13 @@ SocketStream& ClientSocketImpl::connect(const std::string& host, std::uint16_t p
         code =
             ::connect(closer.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == -1 ? errno : 0;
     } while (code == EINTR);
+    if (code == 0 && isConnectedToItself(closer.get(), address)) {
+        // Nobody listens there. An orderly close would keep the port busy, and from a server that wants it,
+        // for a minute; a reset frees it at once.
+        const linger now = {1, 0};
+        setsockopt(closer.get(), SOL_SOCKET, SO_LINGER, &now, sizeof(now));
+        code = ECONNREFUSED;
+    }
     if (code != 0) {
         util::FixedStream<2048> words;
         words << "Error connecting socket.\nFailed using the 'connect' system call.\nTrying to connect to "

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -46,11 +45,9 @@ public:
     // time.
     virtual bool waitForInput(std::chrono::milliseconds time) = 0;
 
-    // Dotted address and port of either side. Throw GeneralException.
+    // Dotted address of either side. Throw GeneralException.
     virtual std::string getRemoteAddress() const = 0;
     virtual std::string getLocalAddress() const = 0;
-    virtual std::uint16_t getRemotePort() const = 0;
-    virtual std::uint16_t getLocalPort() const = 0;
 };
 
 class SocketStreamFactory {

@@ -219,24 +219,6 @@ std::string SocketStreamImpl::getLocalAddress() const {
     return text;
 }
 
-std::uint16_t SocketStreamImpl::getRemotePort() const {
-    int code = 0;
-    const sockaddr_in remote = address(_socketCloser.get(), getpeername, code);
-    if (code != 0) {
-        fail<GeneralException>("Error getting peer name using 'getpeername'. ", code);
-    }
-    return ntohs(remote.sin_port);
-}
-
-std::uint16_t SocketStreamImpl::getLocalPort() const {
-    int code = 0;
-    const sockaddr_in local = address(_socketCloser.get(), getsockname, code);
-    if (code != 0) {
-        fail<GeneralException>("Error getting local name for the socket when using 'getsockname'. ", code);
-    }
-    return ntohs(local.sin_port);
-}
-
 template <class Failure>
 void SocketStreamImpl::fail(const char* words, int code) const {
     util::FixedStream<4096> text;

@@ -32,8 +32,6 @@ public:
     bool waitForInput(std::chrono::milliseconds time) override;
     std::string getRemoteAddress() const override;
     std::string getLocalAddress() const override;
-    std::uint16_t getRemotePort() const override;
-    std::uint16_t getLocalPort() const override;
 
 private:
     void waitUntilWritable();

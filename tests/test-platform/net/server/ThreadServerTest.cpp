@@ -1,9 +1,14 @@
 #include "net/server/ThreadServer.h"
 
 #include <gtest/gtest.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
+#include <fstream>
 #include <future>
 #include <mutex>
 #include <new>
@@ -257,6 +262,32 @@ TEST_F(ThreadServerTest, PortOfAnotherListenerIsRefusedAndNothingIsLeftBehind) {
     }
     EXPECT_THROW(EchoServer(threads, 0, -1, 100, &control, nullptr), util::ConverterException);
     EXPECT_EQ(support::openDescriptors(), descriptors);
+}
+
+TEST_F(ThreadServerTest, PortTestThatReachesItselfFindsThePortFree) {
+    // A network of its own, in which every caller gets the one port that is also the server's.
+    constexpr std::uint16_t PORT = 40001;
+    bool isApart = false;
+    std::jthread([&] {
+        if (unshare(CLONE_NEWNET) != 0) {
+            return;
+        }
+        const int any = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        ifreq loopback = {};
+        std::strcpy(loopback.ifr_name, "lo");
+        loopback.ifr_flags = IFF_UP;
+        isApart = ioctl(any, SIOCSIFFLAGS, &loopback) == 0;
+        close(any);
+        std::ofstream range("/proc/sys/net/ipv4/ip_local_port_range");
+        range << PORT << " " << PORT << std::flush;
+        isApart = isApart && range.good();
+        for (int round = 0; isApart && round < 2; ++round) {
+            EXPECT_NO_THROW(EchoServer(threads, PORT, 1, 5, &control, nullptr));
+        }
+    }).join();
+    if (!isApart) {
+        GTEST_SKIP() << "This process may not have a network of its own.";
+    }
 }
 
 TEST_F(ThreadServerTest, StopsWithoutHavingStartedAndWhenHalfOfItCannotStart) {
