@@ -1,0 +1,606 @@
+#include "server/XmlClassifier.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <new>
+
+#include "server/BadRequestException.h"
+#include "server/ErrorResponse.h"
+#include "server/XmlErrorResponseImpl.h"
+#include "server/XmlHook.h"
+#include "server/XmlResponseImpl.h"
+#include "support/ClassifierTable.h"
+#include "support/Xml.h"
+#include "util/FixedStream.h"
+
+namespace halvern::morvane {
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+// Keeps what it sees, and runs out of memory when told to.
+class RecordingHookFactory final : public XmlHookFactory {
+public:
+    mutable std::vector<std::string> requests;
+    bool outOfMemory = false;
+
+    std::unique_ptr<XmlHook> create() const override { return std::make_unique<Hook>(*this); }
+
+private:
+    class Hook final : public XmlHook {
+    public:
+        explicit Hook(const RecordingHookFactory& factory) : _factory(factory) {}
+        void save(const std::string& request) override {
+            _factory.requests.push_back(request);
+            if (_factory.outOfMemory) {
+                throw std::bad_alloc();
+            }
+        }
+
+    private:
+        const RecordingHookFactory& _factory;
+    };
+};
+
+// Lets everything through, so that what stands behind the real schema shows.
+class LaxSchema {
+public:
+    explicit LaxSchema(const std::string& ns) {
+        windows::com::xml::Document document;
+        document.loadXml(
+            "<xs:schema xmlns:xs='http://www.w3.org/2001/XMLSchema' targetNamespace='" + ns +
+            "'><xs:element name='morvane'><xs:complexType><xs:sequence>"
+            "<xs:any processContents='skip' minOccurs='0' maxOccurs='unbounded'/></xs:sequence>"
+            "<xs:anyAttribute processContents='skip'/></xs:complexType></xs:element></xs:schema>");
+        _cache.add(document, ns);
+    }
+    const windows::com::xml::SchemaCache& cache() const { return _cache; }
+
+private:
+    windows::com::xml::SchemaCache _cache;
+};
+
+class XmlClassifierTest : public testing::Test, public support::ClassifierTable {
+protected:
+    // The whole request with this content.
+    std::string request(const std::string& content, const std::string& version = "1.01") const {
+        return "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<morvane xmlns=\"" +
+               _requestSchema.targetNamespace() + "\" version=\"" + version + "\">" + content + "</morvane>";
+    }
+    std::string writes(const std::string& calls, const std::string& maxSize = "") const {
+        return TEXTS + "<writeCalls classifierName='a'" + maxSize + ">" + calls + "</writeCalls>";
+    }
+    std::string reads(const std::string& calls) const {
+        return TEXTS + "<readCalls>" + calls + "</readCalls>";
+    }
+
+    std::unique_ptr<StringClassifier> make(const windows::com::xml::SchemaCache& cache) {
+        return XmlClassifierFactoryImpl(table, _responses, _errors, _hooks, cache,
+                                        _requestSchema.targetNamespace(), "root", log)
+            .create();
+    }
+    // The answer to these bytes, which the response schema must admit.
+    std::string answerTo(const std::string& bytes) {
+        std::string out = "left from before";
+        EXPECT_EQ(&make(_requestSchema.cache())->handle(out, bytes), &out);
+        EXPECT_EQ(_responseSchema.problemOf(out), "") << out;
+        return out;
+    }
+    std::string ask(const std::string& content, const std::string& version = "1.01") {
+        return answerTo(request(content, version));
+    }
+    // The answer to a request that no schema has looked at.
+    std::string askUnjudged(const std::string& content, const std::string& version = "1.01") {
+        std::string out;
+        return make(_laxSchema.cache())->handle(out, request(content, version));
+    }
+    void prepare(const std::string& calls) { ASSERT_THAT(ask(writes(calls)), HasSubstr("\"2000\"")); }
+
+    std::string head(const std::string& version = "1.01") const {
+        return "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<morvane xmlns=\"" +
+               _responseSchema.targetNamespace() + "\" version=\"" + version + "\">\n";
+    }
+    std::string success(const std::string& sections, const std::string& version = "1.01") const {
+        return head(version) + "\t<status success=\"true\" statusCode=\"2000\"/>\n" + sections + "</morvane>";
+    }
+    std::string failure(int code, const std::string& text) const {
+        return head() + "\t<status success=\"false\" statusCode=\"" + std::to_string(code) + "\">" + text +
+               "\t</status>\n</morvane>";
+    }
+    std::string readFailure(const std::string& method, int code, const std::string& text) const {
+        return failure(code, text + "\nCall id: 1\nReadCall: " + method +
+                                 "\n\nOne of the read calls failed. Therefore the call sequence was not "
+                                 "completed. Please fix the error and try again.\n");
+    }
+    std::string writeFailure(const std::string& method, int code, const std::string& text) const {
+        return failure(
+            code, text + "\nCall id: 1\nWriteCall: " + method +
+                      "\n\nOne of the write calls failed. Therefore any previous call in the request was "
+                      "rollbacked to avoid leaving the classifier in an undefined state (transactional "
+                      "behaviour). Please fix the error and try again.\n");
+    }
+
+    // What memory and disk say of the classifier "a": name:unique/total for each class, or "none".
+    std::string state() {
+        std::string onDisk = "none";
+        if (files.exists("root/a.dat")) {
+            const auto stored = factory.create(callbackFactory);
+            stored->setTrainingData(files.load("root/a.dat"));
+            onDisk = describe(*stored);
+        }
+        std::string inMemory = "none";
+        try {
+            inMemory = describe(table.get("root/a.dat")->getClassifier());
+        } catch (const ClassifierNotFoundException&) {
+        }
+        return inMemory == onDisk ? onDisk : "memory " + inMemory + ", disk " + onDisk;
+    }
+    static std::string describe(const classifier::Classifier& classifier) {
+        std::string text = "[";
+        for (const auto& each : classifier.getInformation()) {
+            text += each.name + ":" + std::to_string(each.uniqueFeatures) + "/" +
+                    std::to_string(each.totalCount) + " ";
+        }
+        return text + "]";
+    }
+
+    // hej; "hej du", which has two words and a pair; nothing
+    const std::string TEXTS =
+        "<texts><textBase64 id='hej'>aGVq</textBase64><text id='hej du'>hej du</text><text "
+        "id='empty'/></texts>";
+
+    const support::LoadedSchema _requestSchema{MORVANE_SCHEMAS "/server/RequestSchema.xsd"};
+    const support::LoadedSchema _responseSchema{MORVANE_SCHEMAS "/server/ResponseSchema.xsd"};
+    const LaxSchema _laxSchema{_requestSchema.targetNamespace()};
+    const XmlResponseFactoryImpl _responses{_responseSchema.targetNamespace()};
+    const XmlErrorResponseFactoryImpl _errors{_responseSchema.targetNamespace(), _responseSchema.version()};
+    RecordingHookFactory _hooks;
+};
+
+const std::string FILLED =
+    "<create id='p1'/><addClass id='p2' className='eng'/><addClass id='p3' className='swe'/>"
+    "<train id='p4' className='swe' textId='hej du'/>";
+const std::string FILLED_STATE = "[eng:0/0 swe:3/3 ]";
+
+TEST_F(XmlClassifierTest, AnswersAreTheseBytes) {
+    EXPECT_EQ(ask(writes("<create id='c&lt;1'/><addClass id='c2' className='b&amp;b'/><addClass id='c3' "
+                         "className='a'/>")),
+              success("\t<writeCalls>\n\t\t<create id=\"c&lt;1\"/>\n\t\t<addClass id=\"c2\"/>\n"
+                      "\t\t<addClass id=\"c3\"/>\n\t</writeCalls>\n"));
+    // Nothing has been learned, so nothing speaks for either class.
+    const std::string classes =
+        "\t\t\t<class className=\"a\" p=\"0.5\"/>\n\t\t\t<class className=\"b&amp;b\" p=\"0.5\"/>\n"
+        "\t\t</classification>\n\t</classify>\n\t</readCalls>\n";
+    const std::string classify = reads("<classify id='1' classifierName='A' textId='hej'/>");
+    EXPECT_EQ(ask(classify), success("\t<readCalls>\n\t<classify id=\"1\">\n"
+                                     "\t\t<classification textCoverage=\"0\">\n" +
+                                     classes));
+    EXPECT_EQ(ask(classify, "1.00"),
+              success("\t<readCalls>\n\t<classify id=\"1\">\n\t\t<classification>\n" + classes, "1.00"));
+
+    EXPECT_EQ(
+        ask(writes("<train id='t' className='a' textId='hej du'/><train id='u' className='a' "
+                   "textId='hej'/><untrain id='v' className='a' textId='hej'/><removeClass id='w' "
+                   "className='b&amp;b'/>")),
+        success("\t<writeCalls>\n\t\t<train id=\"t\"/>\n\t\t<train id=\"u\"/>\n\t\t<untrain id=\"v\"/>\n"
+                "\t\t<removeClass id=\"w\"/>\n\t</writeCalls>\n"));
+    // Reads go first wherever they stand, so they still see the classifier that the request removes.
+    EXPECT_EQ(ask(TEXTS +
+                  "<writeCalls classifierName='a'><remove id='r'/></writeCalls><readCalls><classifyKeywords "
+                  "id='k' classifierName='a' textId='hej'/><getInformation id='i' classifierName='a'/>"
+                  "<classify id='c' classifierName='a' textId='empty'/></readCalls>"),
+              success("\t<readCalls>\n\t<classifyKeywords id=\"k\">\n\t\t<keywords>\n"
+                      "\t\t\t<keyword className=\"a\" p=\"1\">hej</keyword>\n\t\t</keywords>\n"
+                      "\t</classifyKeywords>\n\t\t<getInformation id=\"i\">\n\t\t\t<classes>\n"
+                      "\t\t\t\t<classInformation className=\"a\">\n"
+                      "\t\t\t\t\t<uniqueFeatures>3</uniqueFeatures>\n\t\t\t\t\t<totalCount>3</totalCount>\n"
+                      "\t\t\t\t</classInformation>\n\t\t\t</classes>\n\t\t</getInformation>\n"
+                      "\t<classify id=\"c\">\n\t\t<classification textCoverage=\"0\">\n"
+                      "\t\t\t<class className=\"a\" p=\"1\"/>\n\t\t</classification>\n\t</classify>\n"
+                      "\t</readCalls>\n\t<writeCalls>\n\t\t<remove id=\"r\"/>\n\t</writeCalls>\n"));
+    EXPECT_EQ(state(), "none");
+    EXPECT_TRUE(log.entries().empty());
+}
+
+TEST_F(XmlClassifierTest, FailedWriteCallSaysWhyAndLeavesTheOldState) {
+    const std::string notFound = "The requested classifier could not be found. 'root/a.dat'.";
+    const std::string inMemory =
+        "Trying to create a classifier that already exists (in memory) 'root/a.dat'.";
+    const std::string marked = "Trying to get a classifier that has been marked for deletion 'root/a.dat'.";
+    const std::string NONE;
+    const struct {
+        const std::string& before;
+        const char* calls;  // the one that fails has the id 1
+        const char* method;
+        std::string text;
+        const char* maxSize = "";
+    } rows[] = {
+        {NONE, "<addClass id='1' className='x'/>", "addClass", notFound},
+        {NONE, "<removeClass id='1' className='x'/>", "removeClass", notFound},
+        {NONE, "<train id='1' className='x' textId='hej'/>", "train", notFound},
+        {NONE, "<untrain id='1' className='x' textId='hej'/>", "untrain", notFound},
+        {NONE, "<create id='0'/><create id='1'/>", "create", inMemory},
+        {NONE, "<create id='0'/><addClass id='2' className='x'/><addClass id='1' className='x'/>", "addClass",
+         "Trying to add an already existing class with the name 'x'. Use classExists to find out if a class "
+         "already is added."},
+        {NONE, "<create id='0'/><addClass id='1' className=''/>", "addClass",
+         "Trying to add a class with an empty name."},
+        {FILLED, "<create id='1'/>", "create", inMemory},
+        {FILLED, "<remove id='0'/><create id='1'/>", "create", inMemory},
+        {FILLED, "<remove id='0'/><addClass id='1' className='x'/>", "addClass", marked},
+        {FILLED, "<addClass id='1' className='eng'/>", "addClass",
+         "Trying to add an already existing class with the name 'eng'. Use classExists to find out if a "
+         "class "
+         "already is added."},
+        {FILLED, "<addClass id='0' className='x'/><removeClass id='1' className='Eng'/>", "removeClass",
+         "Trying to remove a nonexisting class with the name 'Eng'."},
+        {FILLED, "<train id='0' className='eng' textId='hej'/><train id='1' className='' textId='hej'/>",
+         "train", "When training the classifier the class name must at least have one character."},
+        {FILLED, "<train id='1' className='x' textId='hej'/>", "train",
+         "Trying to train on a class that doesn't exist. Class name 'x'."},
+        {FILLED, "<untrain id='0' className='swe' textId='hej'/><untrain id='1' className='' textId='hej'/>",
+         "untrain", "When untraining the classifier the class name must at least have one character."},
+        {FILLED, "<removeClass id='0' className='swe'/><untrain id='1' className='swe' textId='hej'/>",
+         "untrain", "Trying to untrain on a class that doesn't exist. Class name 'swe'."},
+        {FILLED, "<addClass id='0' className='x'/><train id='1' className='x' textId='hej'/>", "train",
+         "The classifier has reached the maximum allowed size of 1 bytes.", " maxSize='1'"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.calls);
+        prepare("<remove id='r'/>");
+        if (!row.before.empty()) {
+            prepare(row.before);
+        }
+        EXPECT_EQ(ask(writes(row.calls, row.maxSize)), writeFailure(row.method, 4000, row.text));
+        EXPECT_EQ(state(), row.before.empty() ? "none" : FILLED_STATE);
+    }
+    EXPECT_TRUE(log.entries().empty());
+}
+
+TEST_F(XmlClassifierTest, FailedReadCallSaysWhyAndKeepsTheWritesFromRunning) {
+    prepare("<create id='1'/>");
+    files.put("root/broken.dat", "x");
+    const struct {
+        const char* call;
+        const char* method;
+        const char* text;
+    } rows[] = {
+        {"<classify id='1' classifierName='B' textId='hej'/>", "classify",
+         "The requested classifier could not be found. 'root/B.dat'."},
+        {"<classifyKeywords id='1' classifierName='b' textId='hej'/>", "classifyKeywords",
+         "The requested classifier could not be found. 'root/b.dat'."},
+        {"<getInformation id='1' classifierName='b'/>", "getInformation",
+         "The requested classifier could not be found. 'root/b.dat'."},
+        {"<classify id='1' classifierName='a' textId='hej'/>", "classify",
+         "Trying to classify a text before any classes have been added!"},
+        {"<classifyKeywords id='1' classifierName='a' textId='hej'/>", "classifyKeywords",
+         "Trying to classify a text before any classes have been added!"},
+    };
+    const std::string write = "<writeCalls classifierName='b'><create id='w'/></writeCalls>";
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.call);
+        const std::string sound = "<getInformation id='0' classifierName='a'/>";
+        EXPECT_EQ(ask(reads(sound + row.call) + write), readFailure(row.method, 4000, row.text));
+        EXPECT_FALSE(files.exists("root/b.dat"));
+    }
+    EXPECT_TRUE(log.entries().empty());
+
+    const std::string answer = ask(reads("<getInformation id='1' classifierName='broken'/>"));
+    EXPECT_THAT(answer,
+                StartsWith(head() + "\t<status success=\"false\" statusCode=\"4000\">The data that the "
+                                    "Classifier is being set with seems to be corrupt. "));
+    EXPECT_THAT(answer, HasSubstr("\nCall id: 1\nReadCall: getInformation\n"));
+}
+
+TEST_F(XmlClassifierTest, FailureOfTheDiskIsTheServersOwn) {
+    prepare(FILLED);
+    const std::string stored = state();
+    files.put("root/b.dat", "x");
+
+    files.failingLoad = 1;
+    EXPECT_EQ(ask(reads("<getInformation id='1' classifierName='b'/>")),
+              readFailure("getInformation", 5000, "The disk can't be read."));
+    EXPECT_TRUE(log.has(logLevel::error,
+                        "Caught an exception while iterating calls. Method: getInformation. "
+                        "The disk can't be read."));
+
+    files.failingSave = 1;
+    EXPECT_EQ(ask(writes("<train id='1' className='eng' textId='hej'/>")),
+              failure(5000, "An error occurred when executing a classifier query.\n\nThe disk is full."));
+    EXPECT_TRUE(log.has(logLevel::error,
+                        "An error occurred when executing a classifier query.\n\nThe disk is full."));
+    EXPECT_EQ(state(), FILLED_STATE);
+
+    files.failingRemove = 1;
+    EXPECT_EQ(
+        ask(writes("<remove id='1'/>")),
+        failure(5000, "An error occurred when executing a classifier query.\n\nThe disk is read-only."));
+    EXPECT_EQ(state(), FILLED_STATE);
+}
+
+TEST_F(XmlClassifierTest, ShortMemoryIsThrownOnAndRolledBack) {
+    prepare(FILLED);
+    files.put("root/b.dat", "x");
+    files.outOfMemory = true;
+    const std::string line =
+        "A std exception occured when trying to read xml parameters, exception type: std::bad_alloc";
+    std::string out;
+
+    files.failingSave = 1;
+    EXPECT_THROW(make(_requestSchema.cache())
+                     ->handle(out, request(writes("<train id='1' className='eng' textId='hej'/>"))),
+                 std::bad_alloc);
+    EXPECT_EQ(state(), FILLED_STATE);
+    files.failingLoad = 1;
+    EXPECT_THROW(make(_requestSchema.cache())
+                     ->handle(out, request(reads("<getInformation id='1' classifierName='b'/>"))),
+                 std::bad_alloc);
+    _hooks.outOfMemory = true;
+    EXPECT_THROW(make(_requestSchema.cache())->handle(out, request(writes("<remove id='1'/>"))),
+                 std::bad_alloc);
+    EXPECT_EQ(state(), FILLED_STATE);
+    ASSERT_EQ(log.entries().size(), 3u);
+    for (const auto& entry : log.entries()) {
+        EXPECT_EQ(entry.level, logLevel::error);
+        EXPECT_EQ(entry.text, line);
+    }
+}
+
+TEST_F(XmlClassifierTest, SizeLimitLooksAtTheFileBeforeEachTrain) {
+    prepare(FILLED);
+    const std::string size = std::to_string(table.getSize("root/a.dat"));
+    const std::string oneMore = std::to_string(table.getSize("root/a.dat") + 1);
+    const std::string refused = writeFailure(
+        "train", 4000, "The classifier has reached the maximum allowed size of " + size + " bytes.");
+    // One text that is new each time and one that changes no size.
+    const std::string train = "<train id='1' className='eng' textId='hej'/>";
+    const std::string number = "An error occurred when executing a classifier query.\n\n";
+    const struct {
+        std::string maxSize;
+        std::string answer;  // empty: it runs
+    } rows[] = {
+        {size, refused},
+        {oneMore, ""},
+        {"0", ""},
+        {"-1", ""},
+        {"-2147483648", ""},
+        {"2147483647", ""},
+        {"2147483648", failure(5000, number + "Error converting [2147483648] to a number. The number is too "
+                                              "large.")},
+        {"x", failure(5000, number + "Error parsing the string [x] to a number")},
+        {"", failure(5000, number + "The empty string cannot be parsed into an integer")},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.maxSize);
+        prepare("<remove id='r'/>");
+        prepare(FILLED);
+        const std::string limit = " maxSize='" + row.maxSize + "'";
+        const std::string answer = ask(writes(train, limit));
+        EXPECT_EQ(answer, row.answer.empty()
+                              ? success("\t<writeCalls>\n\t\t<train id=\"1\"/>\n\t</writeCalls>\n")
+                              : row.answer);
+        EXPECT_EQ(state(), row.answer.empty() ? "[eng:1/1 swe:3/3 ]" : FILLED_STATE);
+    }
+    // Nothing else is limited, and the file of before is what counts, not what the sequence has added.
+    prepare("<remove id='r'/>");
+    prepare(FILLED);
+    EXPECT_THAT(
+        ask(writes("<train id='0' className='eng' textId='hej du'/>" + train, " maxSize='" + oneMore + "'")),
+        HasSubstr("\"2000\""));
+    EXPECT_THAT(ask(writes("<untrain id='0' className='eng' textId='hej du'/><addClass id='2' className='x'/>"
+                           "<removeClass id='3' className='swe'/>",
+                           " maxSize='1'")),
+                HasSubstr("\"2000\""));
+    EXPECT_EQ(state(), "[eng:1/1 x:0/0 ]");
+}
+
+TEST_F(XmlClassifierTest, RequestThatIsNotOneIsRefusedUnrun) {
+    const std::string create = writes("<create id='1'/>");
+    const std::string sound = request(create);
+    const std::string invalid =
+        "Validation of an request failed, please verify your that your XML is correct.Problems validating "
+        "the "
+        "xml document.\r\nError Code: ";
+    const std::string unread =
+        "Caught XMLException exception while trying to read xml parameters. Error when loading the XML "
+        "document "
+        "from the memory.\n\nError Code: ";
+    const auto named = [&](const std::string& name) {
+        return request("<writeCalls classifierName='" + name + "'><create id='1'/></writeCalls>");
+    };
+    const struct {
+        std::string bytes;
+        const std::string& start;
+        const char* part;
+    } rows[] = {
+        {"", unread, ""},
+        {"no XML", unread, ""},
+        {sound.substr(0, sound.size() - 1), unread, ""},
+        {std::string("\0", 1) + sound, unread, ""},
+        {sound.substr(0, 60) + std::string("\0", 1) + sound.substr(60), unread, ""},
+        {"<?xml version='1.0'?><!DOCTYPE morvane [<!ENTITY x SYSTEM 'file:///etc/passwd'>]>" +
+             request(create).substr(41),
+         unread, "A document type declaration is not allowed."},
+        {"<morvane/>", invalid, ""},
+        {request(""), invalid, ""},
+        {request(TEXTS), invalid, ""},
+        {request(create, "2.00"), invalid, "version"},
+        {request(reads("<create id='1'/>")), invalid, "create"},
+        {request(create + create), invalid, ""},
+        {request(writes("<create id='1'/><remove id='1'/>")), invalid, ""},
+        {request("<readCalls><classify id='1' classifierName='a' textId='hej'/></readCalls>"), invalid, ""},
+        {request(writes("<create id='1'/><train id='2' className='x' textId='HEJ'/>")), invalid, ""},
+        {named("../a"), invalid, "classifierName"},
+        {named("..&#x2F;a"), invalid, "classifierName"},
+        {named("/etc/a"), invalid, "classifierName"},
+        {named(".a"), invalid, "classifierName"},
+        {named("..\\a"), invalid, "classifierName"},
+        {named(""), invalid, "classifierName"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.bytes);
+        const std::size_t lines = log.entries().size();
+        const std::string answer = answerTo(row.bytes);
+        const std::string status = head() + "\t<status success=\"false\" statusCode=\"4000\">";
+        // Carriage returns stand as they are; the client's own line doesn't come back, the log has it.
+        EXPECT_THAT(answer, StartsWith(status + row.start));
+        EXPECT_THAT(answer, HasSubstr(row.part));
+        EXPECT_THAT(answer, Not(HasSubstr("Error line")));
+        EXPECT_THAT(answer, EndsWith(" Error code: 0.\t</status>\n</morvane>"));
+        EXPECT_EQ(_hooks.requests.back(), row.bytes);
+        const bool logged = &row.start == &invalid;
+        ASSERT_EQ(log.entries().size(), lines + (logged ? 1 : 0));
+        if (logged) {
+            EXPECT_EQ(log.entries().back().level, logLevel::log);
+            EXPECT_THAT(log.entries().back().text, StartsWith(row.start));
+            EXPECT_THAT(log.entries().back().text, HasSubstr("\nError line: "));
+        }
+    }
+    EXPECT_TRUE(files.names().empty());
+}
+
+TEST_F(XmlClassifierTest, BytesGoThroughUnchanged) {
+    const std::string name = "r\xC3\xA4ksm\xC3\xB6rg\xC3\xA5s";
+    // A byte order mark, an encoding that isn't so, and what stands behind the end of the request.
+    const std::string bytes = "\xEF\xBB\xBF" +
+                              request("<texts><text id='\xE2\x82\xAC'>" + name + "</text></texts>" +
+                                      "<writeCalls classifierName='" + name + "'><create id='1'/>" +
+                                      "<addClass id='2' className='" + name + "'/><train id='3' className='" +
+                                      name + "' textId='\xE2\x82\xAC'/></writeCalls>") +
+                              std::string("\0<not read", 10);
+    EXPECT_THAT(answerTo(bytes), HasSubstr("\"2000\""));
+    EXPECT_EQ(_hooks.requests, std::vector<std::string>{bytes});
+    EXPECT_EQ(files.names(), std::vector<std::string>{"root/" + name + ".dat"});
+    const std::string answer =
+        ask("<texts><textBase64 id='1'>cuRrc232cmflcyByw6Rrc23DtnJnw6Vz</textBase64></texts><readCalls>"
+            "<classifyKeywords id='\xE2\x82\xAC' classifierName='" +
+            name + "' textId='1'/></readCalls>");
+    EXPECT_THAT(answer, HasSubstr("<classifyKeywords id=\"\xE2\x82\xAC\">"));
+    EXPECT_THAT(answer, HasSubstr("<keyword className=\"" + name + "\" p=\"1\">" + name + "</keyword>"));
+    // One character that has no byte spoils the call, not a silent question mark.
+    EXPECT_THAT(ask("<texts><text id='1'>&#8364;</text></texts><readCalls><classify id='1' classifierName='" +
+                    name + "' textId='1'/></readCalls>"),
+                HasSubstr("statusCode=\"5000\">Could not convert a BSTR to char*"));
+}
+
+TEST_F(XmlClassifierTest, StandsWithoutTheSchema) {
+    prepare(FILLED);
+    const std::string escaping =
+        "The classifier 'root/../a.dat' can't be used, since its file would not lie "
+        "directly in the classifier root directory.";
+    const std::string noNode = "Error when getting the node from the nodelist.\n\n";
+    const std::string noAttribute = "' from an element.\n\n";
+    const struct {
+        std::string content;
+        std::string part;
+    } rows[] = {
+        {reads("<create id='1'/>"),
+         readFailure("create", 4000, "The method create is not supported in the readCalls sequence.")},
+        {reads("<x:classify xmlns:x='" + _requestSchema.targetNamespace() +
+               "' id='1' classifierName='a' textId='hej'/>"),
+         readFailure("x:classify", 4000,
+                     "The method x:classify is not supported in the readCalls sequence.")},
+        {writes("<addClass id='0' className='x'/><classify id='1'/>"),
+         writeFailure("classify", 4000, "The method classify is not supported in the writeCalls sequence.")},
+        {writes("<remove id='1'/>") + "<writeCalls classifierName='b'><create id='2'/></writeCalls>",
+         head() + "\t<status success=\"false\" statusCode=\"5000\">No calls were found in the "
+                  "response.</status>\n</morvane>"},
+        {"<readCalls><getInformation id='1' classifierName='../a'/></readCalls>",
+         readFailure("getInformation", 4000, escaping)},
+        {"<writeCalls classifierName='../a'><create id='1'/></writeCalls>",
+         writeFailure("create", 4000, escaping)},
+        // What can't be read outside of a call is the request's fault, within it the server's.
+        {reads("<classify/>"),
+         "\"4000\">Caught XMLException exception while trying to read xml parameters. "
+         "Error when getting the attribute 'id" +
+             noAttribute},
+        {"<writeCalls><create id='1'/></writeCalls>",
+         "\"4000\">Caught XMLException exception while trying to read xml parameters. Error when getting the "
+         "attribute 'classifierName" +
+             noAttribute},
+        {reads("<classify id='1' textId='hej'/>"),
+         "\"5000\">Error when getting the attribute 'classifierName" + noAttribute},
+        {writes("<addClass id='1'/>"), "\"5000\">Error when getting the attribute 'className" + noAttribute},
+        {writes("<train id='1' className='eng'/>"),
+         "\"5000\">Error when getting the attribute 'textId" + noAttribute},
+        // The text is looked for before the classifier.
+        {reads("<classify id='1' classifierName='b' textId='HEJ'/>"), "\"5000\">" + noNode},
+        {writes("<train id='1' className='eng' textId=\"1' or '1\"/>"), "\"5000\">" + noNode},
+        {"<texts><x:textBase64 xmlns:x='" + _requestSchema.targetNamespace() +
+             "' id='1'/></texts><readCalls><classify id='1' classifierName='a' textId='1'/></readCalls>",
+         readFailure("classify", 4000,
+                     "Unrecognized text element name x:textBase64. textBase64 was expected.")},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.content);
+        EXPECT_THAT(askUnjudged(row.content), HasSubstr(row.part));
+        EXPECT_EQ(state(), FILLED_STATE);
+        EXPECT_EQ(files.names(), std::vector<std::string>{"root/a.dat"});
+    }
+    EXPECT_THAT(askUnjudged(reads("<classify id='1' classifierName='a' textId='hej'/>"), "1.02"),
+                HasSubstr("version=\"1.00\">\n\t<status success=\"true\""));
+    EXPECT_THAT(askUnjudged(reads(""), "x"),
+                HasSubstr("\"5000\">An error occurred when executing a classifier "
+                          "query.\n\nError parsing the string [x] to a double."));
+}
+
+TEST_F(XmlClassifierTest, PlainTextGoesBeforeBase64AndThenTheFirstCounts) {
+    prepare(FILLED);
+    const std::string texts =
+        "<texts><textBase64 id='1'>aGVq</textBase64><text id='1'>ni</text><text id='1'>du</text>"
+        "<textBase64 id='2'>aGVq</textBase64><textBase64 id='2'>bmk=</textBase64></texts>";
+    // "ni" is new to the class; "hej" is not.
+    EXPECT_THAT(
+        askUnjudged(texts + "<writeCalls classifierName='a'><train id='1' className='eng' textId='1'/>"
+                            "<untrain id='2' className='swe' textId='2'/></writeCalls>"),
+        HasSubstr("\"2000\""));
+    EXPECT_EQ(state(), "[eng:1/1 swe:2/2 ]");
+    for (const char* token : {"ni", "hej"}) {
+        SCOPED_TRACE(token);
+        const std::string answer =
+            ask(std::string("<texts><text id='1'>") + token +
+                "</text></texts><readCalls><classify id='1' classifierName='a' textId='1'/></readCalls>");
+        EXPECT_THAT(answer,
+                    HasSubstr(token == std::string("ni") ? "textCoverage=\"1\"" : "textCoverage=\"0\""));
+    }
+}
+
+TEST_F(XmlClassifierTest, CallsSeeWhatStandsBeforeThem) {
+    // A read of a classifier that the same request would make finds none, and then none is made.
+    EXPECT_EQ(
+        ask(writes("<create id='w'/>") +
+            "<readCalls><getInformation id='1' classifierName='a'/></readCalls>"),
+        readFailure("getInformation", 4000, "The requested classifier could not be found. 'root/a.dat'."));
+    EXPECT_EQ(state(), "none");
+
+    prepare(FILLED);
+    const std::size_t changes = files.changeCount();
+    // Trained, taken back and trained again in one sequence, compacted in between by a class that goes.
+    prepare(
+        "<train id='1' className='eng' textId='hej du'/><untrain id='2' className='eng' textId='hej'/>"
+        "<addClass id='3' className='x'/><train id='4' className='x' textId='hej'/><removeClass id='5' "
+        "className='x'/><untrain id='6' className='eng' textId='hej du'/><train id='7' className='eng' "
+        "textId='hej'/><train id='8' className='nobody' textId='empty'/>");
+    EXPECT_EQ(files.changeCount(), changes + 1);
+    EXPECT_EQ(state(), "[eng:1/1 swe:3/3 ]");
+}
+
+TEST_F(XmlClassifierTest, EachRequestOfOneObjectStandsForItself) {
+    const auto classifier = make(_requestSchema.cache());
+    std::string out;
+    classifier->handle(out, request(writes("<create id='1'/>")));
+    EXPECT_EQ(classifier->handle(out, request(reads("<getInformation id='2' classifierName='a'/>"), "1.00")),
+              success("\t<readCalls>\n\t\t<getInformation id=\"2\">\n\t\t\t<classes>\n\t\t\t</classes>\n"
+                      "\t\t</getInformation>\n\t</readCalls>\n",
+                      "1.00"));
+    EXPECT_THAT(classifier->handle(out, "x"), HasSubstr("\"4000\""));
+    EXPECT_EQ(classifier->handle(out, request(writes("<remove id='3'/>"))),
+              success("\t<writeCalls>\n\t\t<remove id=\"3\"/>\n\t</writeCalls>\n"));
+}
+
+}  // namespace
+}  // namespace halvern::morvane
