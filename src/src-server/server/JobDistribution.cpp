@@ -1,6 +1,7 @@
 #include "server/JobDistribution.h"
 
 #include <algorithm>
+#include <boost/make_shared.hpp>
 #include <ctime>
 #include <exception>
 #include <optional>
@@ -76,10 +77,10 @@ JobDistributionImpl::JobDistributionImpl(
 HeldClassifier JobDistributionImpl::create(const std::string& name, const ThreadSafeClassifier* held) {
     const std::string file = fileOf(name);
     HeldClassifier created;
-    created.classifier = std::make_shared<ThreadSafeClassifier>(_classifierFactory, _callbackFactory);
+    created.classifier = boost::make_shared<ThreadSafeClassifier>(_classifierFactory, _callbackFactory);
     created.lock = std::make_unique<WriterAutoLock>(*created.classifier);
     for (;;) {
-        const std::shared_ptr<ThreadSafeClassifier> inTheWay = enter(name, file, created.classifier);
+        const boost::shared_ptr<ThreadSafeClassifier> inTheWay = enter(name, file, created.classifier);
         if (!inTheWay) {
             return created;
         }
@@ -94,7 +95,7 @@ HeldClassifier JobDistributionImpl::create(const std::string& name, const Thread
     }
 }
 
-std::shared_ptr<ThreadSafeClassifier> JobDistributionImpl::get(const std::string& name) {
+boost::shared_ptr<ThreadSafeClassifier> JobDistributionImpl::get(const std::string& name) {
     const std::string file = fileOf(name);
     const ScopedLock table(_mutex);
     const auto entry = _classifiers.find(file);
@@ -111,7 +112,7 @@ std::shared_ptr<ThreadSafeClassifier> JobDistributionImpl::get(const std::string
         throw ClassifierNotFoundException("The requested classifier could not be found. '" + name + "'.");
     }
     auto loaded =
-        std::make_shared<ThreadSafeClassifier>(_classifierFactory, _loadFile, file, _callbackFactory);
+        boost::make_shared<ThreadSafeClassifier>(_classifierFactory, _loadFile, file, _callbackFactory);
     _classifiers.emplace(file, loaded);
     return loaded;
 }
@@ -131,7 +132,7 @@ void JobDistributionImpl::save(const std::string& name, const util::Bytes& data)
 void JobDistributionImpl::remove(const std::string& name, const ThreadSafeClassifier* held) {
     const std::string file = fileOf(name);
     for (;;) {
-        const std::shared_ptr<ThreadSafeClassifier> known = find(file);
+        const boost::shared_ptr<ThreadSafeClassifier> known = find(file);
         std::optional<WriterAutoLock> alone;
         if (known && known.get() != held) {
             alone.emplace(*known);
@@ -192,14 +193,15 @@ std::string JobDistributionImpl::fileOf(const std::string& name) const {
     return _root + util::StringHelper::toLower(last);
 }
 
-std::shared_ptr<ThreadSafeClassifier> JobDistributionImpl::find(const std::string& file) {
+boost::shared_ptr<ThreadSafeClassifier> JobDistributionImpl::find(const std::string& file) {
     const ScopedLock table(_mutex);
     const auto entry = _classifiers.find(file);
     return entry == _classifiers.end() ? nullptr : entry->second;
 }
 
-std::shared_ptr<ThreadSafeClassifier> JobDistributionImpl::enter(
-    const std::string& name, const std::string& file, const std::shared_ptr<ThreadSafeClassifier>& created) {
+boost::shared_ptr<ThreadSafeClassifier> JobDistributionImpl::enter(
+    const std::string& name, const std::string& file,
+    const boost::shared_ptr<ThreadSafeClassifier>& created) {
     const ScopedLock table(_mutex);
     const auto entry = _classifiers.find(file);
     if (entry != _classifiers.end()) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <boost/shared_ptr.hpp>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -29,7 +30,7 @@ class Log;
 
 // A classifier together with its writer lock. The lock goes first when both go.
 struct HeldClassifier {
-    std::shared_ptr<ThreadSafeClassifier> classifier;
+    boost::shared_ptr<ThreadSafeClassifier> classifier;
     std::unique_ptr<platform::mutex::WriterAutoLock> lock;
 };
 
@@ -73,7 +74,7 @@ public:
     virtual HeldClassifier create(const std::string& name, const ThreadSafeClassifier* held) = 0;
 
     // The classifier of that name, loaded if need be. Throws ClassifierNotFoundException.
-    virtual std::shared_ptr<ThreadSafeClassifier> get(const std::string& name) = 0;
+    virtual boost::shared_ptr<ThreadSafeClassifier> get(const std::string& name) = 0;
 
     // The size of the file in bytes, 0 if there is none. Changes only under the writer lock.
     virtual std::uint64_t getSize(const std::string& name) = 0;
@@ -107,7 +108,7 @@ public:
                         classifier::CallbackFactory& callbackFactory, const std::string& rootPath, Log& log);
 
     HeldClassifier create(const std::string& name, const ThreadSafeClassifier* held) override;
-    std::shared_ptr<ThreadSafeClassifier> get(const std::string& name) override;
+    boost::shared_ptr<ThreadSafeClassifier> get(const std::string& name) override;
     std::uint64_t getSize(const std::string& name) override;
     void save(const std::string& name, const util::Bytes& data) override;
     void remove(const std::string& name, const ThreadSafeClassifier* held) override;
@@ -116,10 +117,10 @@ public:
 private:
     // The path that stands for the name in every file operation and in the table.
     std::string fileOf(const std::string& name) const;
-    std::shared_ptr<ThreadSafeClassifier> find(const std::string& file);
+    boost::shared_ptr<ThreadSafeClassifier> find(const std::string& file);
     // Gives the object that is in the way, or null if the new one has been entered.
-    std::shared_ptr<ThreadSafeClassifier> enter(const std::string& name, const std::string& file,
-                                                const std::shared_ptr<ThreadSafeClassifier>& created);
+    boost::shared_ptr<ThreadSafeClassifier> enter(const std::string& name, const std::string& file,
+                                                  const boost::shared_ptr<ThreadSafeClassifier>& created);
     // _mutex held. False if there was nothing to evict.
     bool evict();
 
@@ -136,7 +137,7 @@ private:
 
     // Pointers are shared because a classifier that leaves the table lives on for whoever still works with
     // it.
-    std::map<std::string, std::shared_ptr<ThreadSafeClassifier>> _classifiers;
+    std::map<std::string, boost::shared_ptr<ThreadSafeClassifier>> _classifiers;
     platform::mutex::MutexImpl _mutex;  // guards _classifiers
 };
 

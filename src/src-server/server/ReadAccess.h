@@ -1,6 +1,6 @@
 #pragma once
 
-#include <memory>
+#include <boost/shared_ptr.hpp>
 #include <optional>
 #include <string>
 
@@ -26,7 +26,7 @@ public:
     const classifier::Classifier* operator->() const { return &**this; }
 
 private:
-    std::shared_ptr<ThreadSafeClassifier> _classifier;  // goes after the lock that lies in it
+    boost::shared_ptr<ThreadSafeClassifier> _classifier;  // goes after the lock that lies in it
     std::optional<platform::mutex::ReaderAutoLock> _lock;
 };
 
