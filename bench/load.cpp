@@ -96,6 +96,7 @@ int run(const Load& load) {
     const Clock::time_point start = Clock::now();
     {
         std::vector<std::jthread> clients;
+        clients.reserve(results.size());
         for (Result& result : results) {
             clients.emplace_back([&] { runClient(load, start + load.time, left, result); });
         }

@@ -155,11 +155,11 @@ TEST_F(ClassifyConnectionTest, BytesComeThroughWholeWhateverThePiecesAre) {
     const std::string answer(20 << 20, 'a');
     classifiers.handler = [&](const std::string& request) {
         seen = request;
-        return answer;
+        return std::string(answer);
     };
     serve();
     LoopbackClient client(server->port());
-    const std::string request("<a>\0\xff\r\n</a>", 12);
+    const std::string request("<a>\0\xff\r\n</a>", 11);
     for (const char byte : request) {
         client.send(std::string_view(&byte, 1));
         std::this_thread::yield();

@@ -156,6 +156,7 @@ TEST_F(ThreadServerTest, ManyClientsShareFewPlacesAndLeaveNothingBehind) {
         server.start();
         {
             std::vector<std::jthread> clients;
+            clients.reserve(CLIENTS);
             for (int c = 0; c < CLIENTS; ++c) {
                 clients.emplace_back([&, c] {
                     for (int i = 0; i < REQUESTS; ++i) {
