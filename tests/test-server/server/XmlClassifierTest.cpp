@@ -6,13 +6,11 @@
 #include <new>
 
 #include "server/BadRequestException.h"
-#include "server/ErrorResponse.h"
 #include "server/XmlErrorResponseImpl.h"
 #include "server/XmlHook.h"
 #include "server/XmlResponseImpl.h"
 #include "support/ClassifierTable.h"
 #include "support/Xml.h"
-#include "util/FixedStream.h"
 
 namespace halvern::morvane {
 namespace {
@@ -258,6 +256,10 @@ TEST_F(XmlClassifierTest, FailedWriteCallSaysWhyAndLeavesTheOldState) {
         EXPECT_EQ(ask(writes(row.calls, row.maxSize)), writeFailure(row.method, 4000, row.text));
         EXPECT_EQ(state(), row.before.empty() ? "none" : FILLED_STATE);
     }
+    files.put("root/b.dat", "");
+    EXPECT_EQ(ask("<writeCalls classifierName='B'><create id='1'/></writeCalls>"),
+              writeFailure("create", 4000,
+                           "Trying to create a classifier that already exists (on disk) 'root/B.dat'."));
     EXPECT_TRUE(log.entries().empty());
 }
 
@@ -298,7 +300,6 @@ TEST_F(XmlClassifierTest, FailedReadCallSaysWhyAndKeepsTheWritesFromRunning) {
 
 TEST_F(XmlClassifierTest, FailureOfTheDiskIsTheServersOwn) {
     prepare(FILLED);
-    const std::string stored = state();
     files.put("root/b.dat", "x");
 
     files.failingLoad = 1;
@@ -356,7 +357,6 @@ TEST_F(XmlClassifierTest, SizeLimitLooksAtTheFileBeforeEachTrain) {
     const std::string oneMore = std::to_string(table.getSize("root/a.dat") + 1);
     const std::string refused = writeFailure(
         "train", 4000, "The classifier has reached the maximum allowed size of " + size + " bytes.");
-    // One text that is new each time and one that changes no size.
     const std::string train = "<train id='1' className='eng' textId='hej'/>";
     const std::string number = "An error occurred when executing a classifier query.\n\n";
     const struct {
@@ -446,7 +446,7 @@ TEST_F(XmlClassifierTest, RequestThatIsNotOneIsRefusedUnrun) {
         const std::size_t lines = log.entries().size();
         const std::string answer = answerTo(row.bytes);
         const std::string status = head() + "\t<status success=\"false\" statusCode=\"4000\">";
-        // Carriage returns stand as they are; the client's own line doesn't come back, the log has it.
+        // The client's own line doesn't come back; the log has it.
         EXPECT_THAT(answer, StartsWith(status + row.start));
         EXPECT_THAT(answer, HasSubstr(row.part));
         EXPECT_THAT(answer, Not(HasSubstr("Error line")));
