@@ -63,6 +63,7 @@ void ThreadServerBase::start() {
     _createClientsThread->start();
     try {
         _deleteClientsThread->start();
+        _reaps = true;
     } catch (...) {
         stop();
         throw;
@@ -163,13 +164,16 @@ void ThreadServerBase::stop() {
     _serverSocket->close();
     stopClients();
 
-    // At the front, so that every client that is in the buffer is reaped before the mark is reached.
-    _boundedBuffer.lockProducer();
-    const std::size_t beforeSize = _deletableClients.size();
-    _deletableClients.insert(_deletableClients.begin(), _clients.end());
-    CHECK(beforeSize + 1 == _deletableClients.size());
-    _boundedBuffer.unlockProducer(true);
-    _deleteClientsThread->join();
+    // Where nobody takes from the buffer, a mark would take the place of a client that has yet to quit.
+    if (_reaps) {
+        // At the front, so that every client that is in the buffer is reaped before the mark is reached.
+        _boundedBuffer.lockProducer();
+        const std::size_t beforeSize = _deletableClients.size();
+        _deletableClients.insert(_deletableClients.begin(), _clients.end());
+        CHECK(beforeSize + 1 == _deletableClients.size());
+        _boundedBuffer.unlockProducer(true);
+        _deleteClientsThread->join();
+    }
 
     platform::mutex::AutoLock lock(_clients);
     lock.lock();

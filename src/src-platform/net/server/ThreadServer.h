@@ -90,6 +90,7 @@ private:
     std::unique_ptr<net::socket::ServerSocket> _serverSocket;
     std::unique_ptr<platform::thread::Thread> _createClientsThread;
     std::unique_ptr<platform::thread::Thread> _deleteClientsThread;
+    bool _reaps = false;  // _deleteClientsThread has been started
     std::uint32_t _create_clients_counter = 0;
     std::uint32_t _delete_clients_counter = 0;
     std::atomic<bool> _stop = false;

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <future>
 #include <mutex>
 #include <new>
@@ -115,17 +116,27 @@ private:
 // A thread that the system has no room for.
 class UnstartableThread final : public platform::thread::InheritableThreadImpl {
 public:
-    using InheritableThreadImpl::InheritableThreadImpl;
-    void start() override { throw platform::thread::ThreadException("No more threads."); }
+    UnstartableThread(const platform::thread::ThreadFactory& factory, std::function<void()> meanwhile)
+        : InheritableThreadImpl(factory), _meanwhile(std::move(meanwhile)) {}
+    void start() override {
+        _meanwhile();
+        throw platform::thread::ThreadException("No more threads.");
+    }
     void run() override {}
+
+private:
+    const std::function<void()> _meanwhile;
 };
 
 class SparseThreadFactory final : public platform::thread::ThreadFactory {
 public:
-    explicit SparseThreadFactory(std::set<int> unstartable) : _unstartable(std::move(unstartable)) {}
+    // meanwhile is what happens while a thread fails to start.
+    explicit SparseThreadFactory(
+        std::set<int> unstartable, std::function<void()> meanwhile = [] {})
+        : _unstartable(std::move(unstartable)), _meanwhile(std::move(meanwhile)) {}
     std::unique_ptr<platform::thread::Thread> create(platform::thread::Runnable& runnable) const override {
         if (_unstartable.count(++_made) != 0) {
-            return std::make_unique<UnstartableThread>(_factory);
+            return std::make_unique<UnstartableThread>(_factory, _meanwhile);
         }
         return _factory.create(runnable);
     }
@@ -133,6 +144,7 @@ public:
 private:
     platform::thread::ThreadFactoryImpl _factory;
     const std::set<int> _unstartable;
+    const std::function<void()> _meanwhile;
     mutable std::atomic<int> _made = 0;
 };
 
@@ -296,8 +308,12 @@ TEST_F(ThreadServerTest, StopsWithoutHavingStartedAndWhenHalfOfItCannotStart) {
     neverStarted.stop();
     neverStarted.join();
 
-    SparseThreadFactory sparse({2});
-    EchoServer halfStarted(sparse, 0, 2, 100, &control, nullptr);
+    // The half that runs serves a client, which nobody reaps, in the only place.
+    std::uint16_t port = 0;
+    const SparseThreadFactory sparse(
+        {2}, [&port] { EXPECT_EQ(support::LoopbackClient(port).ask("early"), "early"); });
+    EchoServer halfStarted(sparse, 0, 1, 100, &control, nullptr);
+    port = halfStarted.port();
     EXPECT_THROW(halfStarted.start(), platform::thread::ThreadException);
     EXPECT_THROW(support::LoopbackClient(halfStarted.port()), std::system_error);
 }
