@@ -203,7 +203,7 @@ TEST(ClientSocketTest, ConnectsOnceAndTellsBothAddresses) {
     const SocketStreamFactoryImpl streams(mapper);
     ServerSocketImpl listener(mapper, streams, 0, 5);
     ClientSocketImpl client(mapper, streams);
-    const SocketStream& ours = client.connect("localhost", listener.port());
+    const SocketStream& ours = client.connect("127.0.0.1", listener.port());
     const std::unique_ptr<SocketStream> theirs = listener.accept();
     EXPECT_EQ(ours.getRemoteAddress(), "127.0.0.1");
     EXPECT_EQ(ours.getLocalAddress(), "127.0.0.1");
