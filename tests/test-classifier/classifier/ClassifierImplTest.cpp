@@ -138,19 +138,22 @@ TEST(ClassifierImplTest, CloneAndSwapKeepTwoClassifiersApart) {
 // be less.
 TEST(ClassifierImplTest, TrainingPastTheGreatestCountChangesNothing) {
     const struct {
-        std::uint32_t classCount, recordCount;
+        std::uint32_t classCount, classUnique, recordCount;
         std::string text;
         std::string message;  // its beginning; empty if the text fits
     } cases[] = {
-        {4294967290, 4294967290, "b b b b b", ""},
-        {4294967290, 4294967290, "a c b b b b", "Trying to train the class 'k' beyond a total count"},
-        {1, 4294967294, "a b c", ""},
-        {1, 4294967294, "a b c b", "Trying to train a feature into a class more than"},
+        {4294967290, 1, 4294967290, "b b b b b", ""},
+        {4294967290, 1, 4294967290, "a c b b b b", "Trying to train the class 'k' beyond a total count"},
+        {1, 4294967293, 1, "a c", ""},
+        {1, 4294967293, 1, "a c d", "Trying to train the class 'k' beyond a total count"},
+        {1, 1, 4294967294, "a b c", ""},
+        {1, 1, 4294967294, "a b c b", "Trying to train a feature into a class more than"},
     };
     for (const auto& row : cases) {
-        const auto classifier = classifierOf({.extractorVersion = 3,
-                                              .classes = {{"j", 0, 3, 1}, {"k", 1, row.classCount, 1}},
-                                              .records = {{"b", 0, 3}, {"b", 1, row.recordCount}}});
+        const auto classifier =
+            classifierOf({.extractorVersion = 3,
+                          .classes = {{"j", 0, 3, 1}, {"k", 1, row.classCount, row.classUnique}},
+                          .records = {{"b", 0, 3}, {"b", 1, row.recordCount}}});
         const util::Bytes before = bytesOf(*classifier);
         const std::string message = messageOf([&] { classifier->train("k", row.text); });
         EXPECT_EQ(message.substr(0, row.message.size()), row.message) << message;

@@ -28,8 +28,10 @@ auto& requireClass(Classes& classes, std::string_view name) {
     return *entry;
 }
 
+// Of the two totals the one that stored data made the greater decides, for so many occurrences may be as many
+// new features.
 void requireRoomIn(const ClassEntry& entry, std::uint64_t count) {
-    if (count > UINT32_MAX - entry._count) {
+    if (count > UINT32_MAX - std::max(entry._count, entry._unique)) {
         throw ClassifierException("Trying to train the class '" + entry.name + "' beyond a total count of " +
                                   std::to_string(UINT32_MAX) +
                                   ", the largest that a class can hold. Untrain texts or add another class.");
