@@ -110,6 +110,7 @@ TEST(ClassifierDataTest, BytesAreTheFormatAndComeBack) {
     expected.classes[1] = {"b", 1, 6, 3};
     expected.records.push_back({"hi hi", 1, 2});
     EXPECT_EQ(pairs, expected.bytes());
+    EXPECT_EQ(pairs.capacity(), pairs.size()) << "a save needs one image of the classifier, not two";
 
     const util::Bytes stored = example.bytes();
     ASSERT_EQ(stored.size(), 198u);

@@ -141,7 +141,21 @@ void FeatureSet::clear() {
     _classes.clear();
 }
 
+std::size_t FeatureSet::serializedSize() const {
+    std::size_t size = sizeof(std::uint16_t);
+    for (const ClassEntry& entry : _classes) {
+        size += sizeof(std::uint32_t) + entry.name.size() + sizeof(entry._classIndex) + sizeof(entry._count) +
+                sizeof(entry._unique);
+    }
+    for (const auto& lane : _lanes) {
+        size += sizeof(std::uint32_t) + static_cast<std::size_t>(lane->end().record - lane->begin().record);
+    }
+    return size;
+}
+
 void FeatureSet::serialize(util::Bytes& out) const {
+    // A big classifier leaves no memory for a buffer that grows by copying.
+    out.reserve(out.size() + serializedSize());
     util::database::writePrimitive(out, static_cast<std::uint16_t>(_classes.size()));
     for (const ClassEntry& entry : _classes) {
         util::database::writeString(out, entry.name);

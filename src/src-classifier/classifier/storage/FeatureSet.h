@@ -71,6 +71,8 @@ public:
     const LaneBase& lane(std::size_t index) const { return *_lanes[index]; }
 
 private:
+    std::size_t serializedSize() const;
+
     std::vector<ClassEntry> _classes;               // in class index order
     std::vector<std::unique_ptr<LaneBase>> _lanes;  // always laneCount of them, by feature length
 };
