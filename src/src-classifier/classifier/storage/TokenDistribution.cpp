@@ -79,13 +79,13 @@ void TokenDistributionImpl::deserialize(util::database::DatabaseReader& reader) 
     // data bears.
     for (std::uint32_t tokenSize = 0; tokenSize < laneCount; ++tokenSize) {
         const std::uint32_t size = reader.getNextPrimitive<std::uint32_t>();
+        util::Bytes chunks;
+        reader.getNextCharStream(chunks, size);
         MemoryLane lane(tokenSize);
         if (size % lane.chunkSize() != 0) {
             throw util::database::DatabaseReaderException(
                 "The database is corrupt, the size of a token lane is not a multiple of its token's size.");
         }
-        util::Bytes chunks;
-        reader.getNextCharStream(chunks, size);
         lane.setPermanent(std::move(chunks));
         _lanes.push_back(std::move(lane));
     }

@@ -87,6 +87,9 @@ TEST(MigrationTest, BrokenOldDataIsRefused) {
     EXPECT_EQ(
         refusalOf({{"a", {{}, {{"xy", 1}}}}}),
         corrupt + "The database is corrupt, the size of a token lane is not a multiple of its token's size.");
+    util::Bytes cutToo = OldClassifier{3, {{"a", {{}, {{"xy", 1}}}}}}.bytes();
+    cutToo.pop_back();
+    EXPECT_NE(savedFrom(cutToo).find("Method getNextCharStream."), std::string::npos);
     EXPECT_EQ(refusalOf({classOf("a", {{std::string(32, 'x'), 1}})}),
               corrupt + "The database is corrupt, it holds a token that is too long to be stored.");
     EXPECT_NE(refusalOf({classOf("a", {{"x", 0xffffffff}, {"y", 1}})}).find("total count"),
