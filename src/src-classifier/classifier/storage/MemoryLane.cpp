@@ -108,8 +108,9 @@ void MemoryLane::setPermanent(util::Bytes&& bytes) {
 }
 
 std::uint32_t MemoryLane::countAt(std::size_t index) const {
-    // clang-format off: the report of a failed check shows the condition as it stands here.
-    CHECK(index < _permanent.size() / _ChunkSize);
+    // The report of a failed check shows the condition as it stands here.
+    // clang-format off
+    CHECK(index < _permanent.size() /_ChunkSize);
     // clang-format on
     return countOf(_permanent.data() + index * _ChunkSize);
 }
