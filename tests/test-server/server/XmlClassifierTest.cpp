@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <new>
 
 #include "server/BadRequestException.h"
@@ -10,6 +11,7 @@
 #include "server/XmlHook.h"
 #include "server/XmlResponseImpl.h"
 #include "support/ClassifierTable.h"
+#include "support/StoredClassifier.h"
 #include "support/Xml.h"
 
 namespace halvern::morvane {
@@ -587,6 +589,31 @@ TEST_F(XmlClassifierTest, CallsSeeWhatStandsBeforeThem) {
         "textId='hej'/><train id='8' className='nobody' textId='empty'/>");
     EXPECT_EQ(files.changeCount(), changes + 1);
     EXPECT_EQ(state(), "[eng:1/1 swe:3/3 ]");
+}
+
+// The answer is checked against the response schema, as each is here.
+TEST_F(XmlClassifierTest, ShareThatIsNoNumberStillFitsTheResponseSchema) {
+    const struct {
+        double smoothing;
+        std::string classify;
+        std::string keywords;
+    } rows[] = {{std::numeric_limits<double>::quiet_NaN(), "nan\"", "<keywords>\n\t\t</keywords>"},
+                {-1.0, "nan\"", "p=\"inf\">hej</keyword>"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.smoothing);
+        const std::string name = "n" + std::to_string(&row - rows);
+        const util::Bytes data = support::StoredClassifier{
+            .smoothing = row.smoothing,
+            .classes = {{"b", 0, 2, 1}, {"c", 1, 2, 0}},
+            .records = {
+                {"hej", 0, 2}}}.bytes();
+        files.put("root/" + name + ".dat", std::string(data.begin(), data.end()));
+        const std::string answer =
+            ask(reads("<classify id='1' textId='hej' classifierName='" + name +
+                      "'/><classifyKeywords id='2' textId='hej' classifierName='" + name + "'/>"));
+        EXPECT_THAT(answer, HasSubstr(row.classify));
+        EXPECT_THAT(answer, HasSubstr(row.keywords));
+    }
 }
 
 TEST_F(XmlClassifierTest, EachRequestOfOneObjectStandsForItself) {
