@@ -29,6 +29,10 @@ inline constexpr char TEXT_ID[] = "textId";
 inline constexpr char CLASS_NAME[] = "className";
 inline constexpr char CLASSIFIER_NAME[] = "classifierName";
 inline constexpr char MAX_SIZE[] = "maxSize";
+inline constexpr char SUCCESS[] = "success";
+inline constexpr char STATUS_CODE[] = "statusCode";
+inline constexpr char TEXT_COVERAGE[] = "textCoverage";
+inline constexpr char PROBABILITY[] = "p";
 
 inline constexpr char MV_MORVANE[] = "mv:morvane";
 inline constexpr char MV_TEXTS[] = "mv:texts";

@@ -1,5 +1,6 @@
 #include "server/Startup.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 
@@ -15,6 +16,7 @@
 #include "server/ConnectionParams.h"
 #include "server/EmptyXmlHookImpl.h"
 #include "server/JobDistribution.h"
+#include "server/LogLevel.h"
 #include "server/Start.h"
 #include "server/StartupException.h"
 #include "server/TerminateHandlerImpl.h"
@@ -22,6 +24,7 @@
 #include "server/XmlErrorResponseImpl.h"
 #include "server/XmlHookImpl.h"
 #include "server/XmlResponseImpl.h"
+#include "server/systemtest/SystemTestImpl.h"
 #include "util/FixedStream.h"
 #include "util/StringHelper.h"
 #include "windows/com/xml/Document.h"
@@ -122,6 +125,9 @@ void Startup::readCommandLine(int argc, const char* const* argv) {
         throw ArgStartupException(e.what());
     }
     _runningAsService = _mode == Mode::SERVE_AS_SERVICE;
+    if (_mode == Mode::TEST) {
+        _stopEvent.set();  // when the tests have run, there is nothing to wait for
+    }
     _log.setToConsole(!_arguments.hasFlag("-quiet") && !_runningAsService);
 
     util::FixedStream<1024> line;
@@ -134,7 +140,7 @@ void Startup::readCommandLine(int argc, const char* const* argv) {
 
 int Startup::run() {
     try {
-        if (_mode != Mode::SERVE) {
+        if (_mode != Mode::SERVE && _mode != Mode::TEST) {
             throw SystemStartupException(
                 "Only serving on the console is part of this version. Start the server with -config, and let "
                 "the "
@@ -156,7 +162,13 @@ void Startup::serve() {
 
     const std::string configurationPath = _arguments.getArgument("-config");
     _log.log("Initializing server v2.40");
-    const Configuration configuration = readConfiguration(configurationPath);
+    Configuration configuration = readConfiguration(configurationPath);
+    std::uint32_t queueSize = static_cast<std::uint32_t>(configuration.clientQueueSize);
+    if (_mode == Mode::TEST) {
+        configuration.saveRequests = false;  // what the tests send is of no interest to anybody
+        // Those of the clients that get no place at once must find room, since a full queue turns them away.
+        queueSize = std::max(queueSize, SystemTest::CLIENTS_AT_ONCE);
+    }
     _log.log("Using config settings:\n" + configuration.document);
     _log.log("System settings:\n" + systemFigures());
 
@@ -202,14 +214,25 @@ void Startup::serve() {
     };
     platform::thread::LoggingThreadFactoryImpl threadFactory(&threadLog, &_sehMapper);
     net::server::ThreadServer<ClassifyConnection, const ConnectionParams*> server(
-        threadFactory, configuration.port, configuration.maxClients,
-        static_cast<std::uint32_t>(configuration.clientQueueSize), &params, &serverLog);
+        threadFactory, configuration.port, configuration.maxClients, queueSize, &params, &serverLog);
 
     util::FixedStream<128> line;
     line << "Starting server on port " << configuration.port << ".";
     _log.log(line.str());
     server.start();
-    _log.log("Waiting for connections...");
+    if (_mode == Mode::TEST) {
+        _log.log("Running system tests.");
+        // Most of what the tests do is wrong on purpose and would only look like trouble in the log.
+        _log.setLevel(logLevel::failure);
+        const std::uint32_t passed = SystemTestImpl(_log).run(server.port());
+        server.stop();
+        _log.setLevel(configuration.logLevel);
+        line.setPosition(0);
+        line << passed << " tests passed!";
+        _log.test(line.str());
+    } else {
+        _log.log("Waiting for connections...");
+    }
     _stopEvent.wait();
     // The accept that fails when the listener closes is an error line of every stop. It needs no dump, which
     // would only take one of the places that real failures may need.

@@ -11,6 +11,7 @@
 #include "net/socket/SocketCloser.h"
 #include "net/socket/SocketException.h"
 #include "util/FixedStream.h"
+#include "util/StringHelper.h"
 #include "windows/net/winsock/WinsockErrors.h"
 
 namespace net::socket {
@@ -69,20 +70,7 @@ SocketStream& ClientSocketImpl::connect(const std::string& host, std::uint16_t p
                                    static_cast<std::uint32_t>(errno));
     }
 
-    addrinfo hints = {};
-    hints.ai_family = AF_INET;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    const int result = getaddrinfo(host.c_str(), nullptr, &hints, &found);
-    if (result != 0) {
-        const std::uint32_t code = resolverCode(result, errno);
-        util::FixedStream<2048> words;
-        words << "Error converting hostname " << host.c_str()
-              << " to an IP address.\nFailed using the 'gethostbyname' system call.\n";
-        fail<ConnectException>(words.str(), code);
-    }
-    sockaddr_in address = *reinterpret_cast<sockaddr_in*>(found->ai_addr);
-    freeaddrinfo(found);
+    sockaddr_in address = resolve(host);
     address.sin_port = htons(port);
 
     int code = 0;
@@ -108,6 +96,32 @@ SocketStream& ClientSocketImpl::connect(const std::string& host, std::uint16_t p
     }
     _socketStream = _streamFactory.create(closer.release());
     return *_socketStream;
+}
+
+sockaddr_in ClientSocketImpl::resolve(const std::string& host) const {
+    sockaddr_in address = {};
+    if (util::StringHelper::toLower(host) == "localhost") {
+        // The loopback by definition (RFC 6761, 6.3). Small machines have no hosts file that says so, and a
+        // name server has no say in it.
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        return address;
+    }
+    addrinfo hints = {};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    const int result = getaddrinfo(host.c_str(), nullptr, &hints, &found);
+    if (result != 0) {
+        const std::uint32_t code = resolverCode(result, errno);
+        util::FixedStream<2048> words;
+        words << "Error converting hostname " << host.c_str()
+              << " to an IP address.\nFailed using the 'gethostbyname' system call.\n";
+        fail<ConnectException>(words.str(), code);
+    }
+    address = *reinterpret_cast<sockaddr_in*>(found->ai_addr);
+    freeaddrinfo(found);
+    return address;
 }
 
 template <class Failure>

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <netinet/in.h>
+
 #include <chrono>
 
 #include "net/socket/ClientSocket.h"
@@ -19,6 +21,7 @@ public:
     SocketStream& connect(const std::string& host, std::uint16_t port) override;
 
 private:
+    sockaddr_in resolve(const std::string& host) const;
     template <class Failure>
     [[noreturn]] void fail(const char* words, std::uint32_t code) const;
 

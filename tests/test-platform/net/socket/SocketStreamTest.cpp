@@ -211,6 +211,20 @@ TEST(ClientSocketTest, ConnectsOnceAndTellsBothAddresses) {
     EXPECT_EQ(theirs->getLocalAddress(), "127.0.0.1");
 }
 
+TEST(ClientSocketTest, KnowsThisMachineWithoutAskingAnybody) {
+    const windows::net::winsock::WinsockErrors mapper;
+    const SocketStreamFactoryImpl streams(mapper);
+    ServerSocketImpl listener(mapper, streams, 0, 5);
+    for (const char* name : {"localhost", "LocalHost"}) {
+        ClientSocketImpl client(mapper, streams);
+        // One descriptor for the socket, and none for a hosts file or a name server.
+        const int spare = fcntl(0, F_DUPFD_CLOEXEC, 0);
+        const support::NoDescriptorsLeft none;
+        close(spare);
+        EXPECT_EQ(client.connect(name, listener.port()).getRemoteAddress(), "127.0.0.1");
+    }
+}
+
 TEST(ClientSocketTest, SaysWhatItTriedAndKeepsNoDescriptor) {
     const windows::net::winsock::WinsockErrors mapper;
     const SocketStreamFactoryImpl streams(mapper);

@@ -1,0 +1,88 @@
+#include <gtest/gtest.h>
+
+#include "system/Program.h"
+
+namespace systemtest {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> namesIn(const std::string& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        names.push_back(entry.path().filename());
+    }
+    return names;
+}
+
+int selfTest(const Installation& installation, const Settings& settings) {
+    support::writeFile(installation.file("config.xml"), configuration(settings));
+    return installation.run({"-test", "-config", "config.xml"})->wait();
+}
+
+TEST(SelfTestTest, PassesAgainAndAgainAndLeavesOneClassifier) {
+    const Installation installation;
+    Settings settings;
+    settings.saveRequests = "true";
+    settings.logLevel = "test";
+    // The smallest server must cope as well: clients then wait for each other.
+    for (const auto& [clients, queue] : {std::pair{"20", "100"}, {"20", "100"}, {"1", "0"}}) {
+        settings.maxClients = clients;
+        settings.clientQueueSize = queue;
+        fs::remove(installation.file("output.txt"));
+        EXPECT_EQ(selfTest(installation, settings), 0);
+        const std::string output = installation.output();
+        const std::string last = "4 tests passed!\n";
+        ASSERT_GT(output.size(), last.size());
+        EXPECT_EQ(output.substr(output.size() - last.size()), last);
+        std::size_t place = 0;
+        for (const std::string line :
+             {"] Testing connecting a client and not sending any data...\n",
+              "] Testing connecting a client and sending some random data...\n",
+              "] Testing connecting a client and running xml test cases...\n",
+              "] Testing connecting multiple client and running xml testcases...\n"}) {
+            place = output.find(line, place);
+            EXPECT_NE(place, std::string::npos) << line << output;
+        }
+        // Not a word of the thousands of requests in between.
+        EXPECT_EQ(output.find("[Log]", output.find("Testing")), std::string::npos);
+        EXPECT_EQ(output.find("[Error]"), std::string::npos) << output;
+        EXPECT_EQ(namesIn(installation.file("classifiers")), std::vector<std::string>{"test_engswe.dat"});
+        EXPECT_EQ(namesIn(installation.file("logs/requests")), std::vector<std::string>{});
+        EXPECT_EQ(namesIn(installation.file("logs")).size(), 2u);  // log.txt and requests, no dump
+        EXPECT_FALSE(fs::exists(installation.file("assertion.txt")));
+    }
+}
+
+TEST(SelfTestTest, SaysWhyItFails) {
+    const Installation installation;
+    Settings settings;
+    settings.maxInput = "400";
+    EXPECT_EQ(selfTest(installation, settings), 128 + SIGABRT);
+    EXPECT_EQ(installation.output().find("tests passed!"), std::string::npos);
+    for (const std::string& report :
+         {installation.output(), support::readFile(installation.file("assertion.txt"))}) {
+        EXPECT_NE(report.find("exceeded maximum input size 400. The built-in test needs a larger maxInput"),
+                  std::string::npos)
+            << report;
+    }
+    // What it was stopped at is no hindrance later.
+    settings.maxInput = "1000";
+    EXPECT_EQ(selfTest(installation, settings), 0);
+    EXPECT_EQ(namesIn(installation.file("classifiers")), std::vector<std::string>{"test_engswe.dat"});
+}
+
+TEST(SelfTestTest, NeedsThePortForItself) {
+    const Installation installation;
+    BoundPort taken;
+    taken.listen();
+    Settings settings;
+    settings.port = std::to_string(taken.port());
+    EXPECT_EQ(selfTest(installation, settings), 1);
+    EXPECT_NE(installation.log().find("The port, " + settings.port + ", is already in use."),
+              std::string::npos);
+    EXPECT_EQ(installation.log().find("Running system tests."), std::string::npos);
+}
+
+}  // namespace
+}  // namespace systemtest

@@ -1,0 +1,151 @@
+#include "server/systemtest/Tester.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "server/EmptyXmlHookImpl.h"
+#include "server/XmlClassifier.h"
+#include "server/XmlErrorResponseImpl.h"
+#include "server/XmlResponseImpl.h"
+#include "support/ClassifierTable.h"
+#include "support/FailedCheck.h"
+#include "support/Xml.h"
+
+namespace halvern::morvane {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+// The request side of the server without its sockets, whose answers an adversary may alter.
+class AlteredServer final : public StringClassifier, public support::ClassifierTable {
+public:
+    using Alter = std::function<std::string(const std::string& request, std::string answer)>;
+
+    explicit AlteredServer(Alter alter) : _alter(std::move(alter)) {}
+
+    std::string& handle(std::string& out, const std::string& request) override {
+        const XmlClassifierFactoryImpl factory(table, _responses, _errors, _hooks, _requestSchema.cache(),
+                                               _requestSchema.targetNamespace(), "root", log);
+        factory.create()->handle(out, request);
+        return out = _alter(request, out);
+    }
+
+private:
+    const Alter _alter;
+    const support::LoadedSchema _requestSchema{MORVANE_SCHEMAS "/server/RequestSchema.xsd"};
+    const support::LoadedSchema _responseSchema{MORVANE_SCHEMAS "/server/ResponseSchema.xsd"};
+    const XmlResponseFactoryImpl _responses{_responseSchema.targetNamespace()};
+    const XmlErrorResponseFactoryImpl _errors{_responseSchema.targetNamespace(), _responseSchema.version()};
+    const EmptyXmlHookFactoryImpl _hooks;
+};
+
+std::string outcome(const AlteredServer::Alter& alter) {
+    return support::failedCheck([&] {
+        AlteredServer server(alter);
+        Tester(server, MORVANE_SCHEMAS "/server/").runAll();
+    });
+}
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+std::string replaced(std::string text, const std::string& search, const std::string& replacement) {
+    const std::size_t place = text.find(search);
+    return place == std::string::npos ? text : text.replace(place, search.size(), replacement);
+}
+
+std::string failureOf(int code, const std::string& words) {
+    return "<morvane xmlns=\"http://morvane.example/1/server/ResponseSchema\" version=\"1.01\">"
+           "<status success=\"false\" statusCode=\"" +
+           std::to_string(code) + "\">" + words + "</status></morvane>";
+}
+
+TEST(TesterTest, IsContentWithAServerThatAnswersRight) {
+    EXPECT_EQ(outcome([](const std::string&, std::string answer) { return answer; }), "");
+}
+
+TEST(TesterTest, FindsAnswersThatAreWrong) {
+    const std::string ok = "statusCode=\"2000\"";
+    const std::string empty =
+        "<morvane xmlns=\"http://morvane.example/1/server/ResponseSchema\" "
+        "version=\"1.01\"><status success=\"true\" " +
+        ok + "/></morvane>";
+    struct Row {
+        std::string report;
+        AlteredServer::Alter alter;
+    };
+    const Row rows[] = {
+        {"false / Error when loading the XML document from the memory.",
+         [](const std::string&, std::string) { return std::string(); }},
+        {"false / Error when loading the XML document from the memory.",
+         [](const std::string&, std::string answer) { return answer.substr(0, answer.size() / 2); }},
+        {"false / Problems validating the xml document.",
+         [](const std::string&, std::string answer) { return replaced(answer, "success=", "succeeded="); }},
+        {"!r.success / ", [&](const std::string&, std::string) { return empty; }},
+        {"r.code == statusCode::BAD_REQUEST / ",
+         [](const std::string&, std::string) { return failureOf(5000, "Out of order."); }},
+        {"!r.errorMessage.empty() / ", [](const std::string&, std::string) { return failureOf(4000, ""); }},
+        {"r.errorMessage.find(\"could not be found\") != string::npos / ",
+         [](const std::string&, std::string answer) {
+             return replaced(answer, "could not be found", "has gone");
+         }},
+        {"r.errorMessage.find(\"classifierName\") != string::npos / ",
+         [](const std::string&, std::string answer) { return replaced(answer, "classifierName.dat", "x"); }},
+        // The server's own failures are no lost race.
+        {"r.success || r.code == statusCode::BAD_REQUEST / ",
+         [&](const std::string& request, std::string answer) {
+             return contains(request, "stresstest") ? failureOf(5000, "The disk is full.") : answer;
+         }},
+        {"r.version == version / ",
+         [&](const std::string&, std::string answer) {
+             return contains(answer, ok) ? replaced(answer, "version=\"1.00\"", "version=\"1.01\"") : answer;
+         }},
+        {"r.version == version / ",
+         [](const std::string& request, std::string answer) {
+             return contains(request, "stresstest")
+                        ? answer
+                        : replaced(answer, "version=\"1.01\"", "version=\"1.00\"");
+         }},
+        {"r.version == version / ",
+         [](const std::string& request, std::string) {
+             return contains(request, "stresstest") ? replaced(failureOf(4000, "Too late."), "1.01", "1.00")
+                                                    : failureOf(4000, "could not be found classifierName");
+         }},
+        {"r.success / ",
+         [](const std::string& request, std::string answer) {
+             return contains(request, "test_engswe") ? failureOf(4000, "It has gone.") : answer;
+         }},
+        {"r.responses.size() == 1 / ",
+         [&](const std::string& request, std::string answer) {
+             return contains(request, "test_engswe") && contains(answer, ok)
+                        ? replaced(empty, "1.01", answer.substr(answer.find("version=\"1.0", 30) + 9, 4))
+                        : answer;
+         }},
+        {"r.responses.size() == 2 / ",
+         [](const std::string&, std::string answer) {
+             return replaced(answer, "<classify id=\"1\">", "<classify id=\"0\">");
+         }},
+    };
+    for (const Row& row : rows) {
+        EXPECT_THAT(outcome(row.alter), StartsWith(row.report));
+    }
+}
+
+// What an operator reads whose configuration doesn't let the test through.
+TEST(TesterTest, ReportsRequestAndAnswer) {
+    EXPECT_EQ(
+        outcome([](const std::string& request, std::string answer) {
+            return request.size() > 500 ? failureOf(4013, "Client exceeded maximum input size 500.\t")
+                                        : answer;
+        }),
+        "r.success || r.code == statusCode::BAD_REQUEST / The request \"train\" of version 1.00 with 538 "
+        "bytes was answered in version 1.01 with 4013: Client exceeded maximum input size 500. The "
+        "built-in test needs a larger maxInput in the configuration.");
+}
+
+}  // namespace
+}  // namespace halvern::morvane
