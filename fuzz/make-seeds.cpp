@@ -38,6 +38,15 @@ int main(int argc, char** argv) {
     write(data, "full-class", full.bytes());
     write(data, "old", fuzz::oldClasses(3).bytes());
 
+    // Any bytes make requests; these reach most calls.
+    for (const int step : {1, 5, 7, 11, 13}) {
+        util::Bytes choices;
+        for (int i = 0; i < 200; ++i) {
+            choices.push_back(static_cast<char>(i * step));
+        }
+        write(root / "calls", "step-" + std::to_string(step), choices);
+    }
+
     const auto old = root / "migration";
     write(old, "version-3", fuzz::oldClasses(3).bytes());
     write(old, "version-4", fuzz::oldClasses(4).bytes());
