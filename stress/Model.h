@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "stress/Calls.h"
+
 // What a classifier does, told once more in the fewest words: the yardstick for the real one.
 namespace stress {
 
@@ -14,14 +16,6 @@ using LearnedWords = std::map<std::string, std::uint32_t>;
 using Classes = std::map<std::string, LearnedWords>;
 // No value: there is no such classifier.
 using State = std::optional<Classes>;
-
-enum class Verb { CREATE, REMOVE, ADD_CLASS, REMOVE_CLASS, TRAIN, UNTRAIN };
-
-struct Call {
-    Verb verb;
-    std::string className;  // where the verb wants one
-    std::string word;       // of train and untrain
-};
 
 enum class Failure {
     NONE,

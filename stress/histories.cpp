@@ -218,21 +218,6 @@ private:
     std::unique_ptr<XmlClassifierFactoryImpl> _requests;
 };
 
-std::string toXml(const Call& call, std::size_t place) {
-    static const std::map<Verb, std::string> NAMES = {
-        {Verb::CREATE, "create"},      {Verb::REMOVE, "remove"},
-        {Verb::ADD_CLASS, "addClass"}, {Verb::REMOVE_CLASS, "removeClass"},
-        {Verb::TRAIN, "train"},        {Verb::UNTRAIN, "untrain"}};
-    std::string xml = "<" + NAMES.at(call.verb) + " id=\"" + std::to_string(place) + "\"";
-    if (!call.className.empty()) {
-        xml += " className=\"" + call.className + "\"";
-    }
-    if (!call.word.empty()) {
-        xml += " textId=\"" + call.word + "\"";
-    }
-    return xml + "/>\n";
-}
-
 std::string readOf(const std::string& classifier) {
     return systemtest::request(systemtest::readCalls(systemtest::information(classifier)));
 }
