@@ -1,10 +1,12 @@
 #include "platform/StopSignals.h"
 
+#include <utility>
+
 #include "debug/Assertion.h"
 
 namespace platform {
 
-StopSignals::StopSignals(event::Event& stopEvent) : _stopEvent(stopEvent) {
+StopSignals::StopSignals(std::function<void()> stop) : _stop(std::move(stop)) {
     sigemptyset(&_signals);
     sigaddset(&_signals, SIGINT);
     sigaddset(&_signals, SIGTERM);
@@ -40,7 +42,7 @@ void StopSignals::waitForSignal() {
     if (_ending) {
         return;
     }
-    _stopEvent.set();
+    _stop();
     // Whoever signals again doesn't want to wait for an orderly end: the default action is to die.
     pthread_sigmask(SIG_UNBLOCK, &_signals, nullptr);
     _ended.wait(lock, [this] { return _ending; });

@@ -4,20 +4,20 @@
 #include <signal.h>
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
-
-#include "platform/event/Event.h"
 
 namespace platform {
 
-// Turns the first SIGINT or SIGTERM of a console run into an event; a second one ends the process at once.
+// Turns the first SIGINT or SIGTERM into a call; a second one ends the process at once.
 //
 // To be built before any other thread: both signals are blocked in the building thread, every thread made
 // later inherits that, and only the thread in here takes them. What the process did with them before comes
 // back at the end.
 class StopSignals {
 public:
-    explicit StopSignals(event::Event& stopEvent);
+    // Calls stop at most once, on a thread of its own. It must not throw.
+    explicit StopSignals(std::function<void()> stop);
     ~StopSignals();
     StopSignals(const StopSignals&) = delete;
     StopSignals& operator=(const StopSignals&) = delete;
@@ -26,7 +26,7 @@ private:
     static void* threadMain(void* self);
     void waitForSignal();
 
-    event::Event& _stopEvent;
+    const std::function<void()> _stop;
     sigset_t _signals;
     sigset_t _maskBefore;
     pthread_t _thread;

@@ -12,11 +12,16 @@ struct Configuration {
     std::int32_t maxInput = 0;  // bytes of a request; below zero there is no limit
     std::int32_t maxClients = 0;
     std::int32_t clientQueueSize = 0;
-    std::string classifierRootPath;  // as it stands there; may be empty
+    std::string classifierRootPath;  // as it stands there; may be empty, see rootPath
     std::uint32_t logLevel = 0;
     bool logMemory = false;
     bool saveRequests = false;
     std::string document;  // the whole document, for the log
+
+    // The folder of the classifier files.
+    std::string rootPath() const {
+        return classifierRootPath.empty() ? "./classifiers/" : classifierRootPath;
+    }
 };
 
 // Reads the configuration document, which a schema has to find valid first.

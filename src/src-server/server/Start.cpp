@@ -3,6 +3,7 @@
 #include "platform/StopSignals.h"
 #include "server/Startup.h"
 #include "server/StartupException.h"
+#include "windows/services/ServiceDispatcher.h"
 
 namespace halvern::morvane {
 
@@ -19,9 +20,14 @@ int start(int argc, const char* const* argv, LogImpl& log, const io::filesystem:
         Startup startup(argc, argv, log, memoryStatus, sehMapper, saveFile, existsDir, existsFile, loadFile,
                         sizeFile, removeFile, createFolder, "./xml/schemas/config/ConfigSchema.xsd",
                         "./xml/schemas/server/RequestSchema.xsd", "./xml/schemas/server/ResponseSchema.xsd");
+        if (startup.mode() == Mode::SERVE_AS_SERVICE) {
+            windows::services::ServiceDispatcherImpl().dispatch(startup);
+            // The manager restarts a service that has failed, and tells a stop from a failure by this.
+            return startup.exitCode() == 0 ? 0 : 1;
+        }
         // Signals are taken before the first thread of the server exists, so that all of them leave them
         // alone.
-        const platform::StopSignals stopSignals(startup.stopEvent());
+        const platform::StopSignals stopSignals([&startup] { startup.stopEvent().set(); });
         return startup.run();
     } catch (const ArgStartupException& e) {
         log.error(e.what());

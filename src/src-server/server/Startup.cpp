@@ -17,6 +17,7 @@
 #include "server/EmptyXmlHookImpl.h"
 #include "server/JobDistribution.h"
 #include "server/LogLevel.h"
+#include "server/ServiceControl.h"
 #include "server/Start.h"
 #include "server/StartupException.h"
 #include "server/TerminateHandlerImpl.h"
@@ -26,6 +27,7 @@
 #include "server/XmlResponseImpl.h"
 #include "server/systemtest/SystemTestImpl.h"
 #include "util/FixedStream.h"
+#include "util/MethodCaller.h"
 #include "util/StringHelper.h"
 #include "windows/com/xml/Document.h"
 #include "windows/com/xml/Library.h"
@@ -33,13 +35,17 @@
 #include "windows/file/CurrentDirectory.h"
 #include "windows/file/DiskSpace.h"
 #include "windows/file/Module.h"
+#include "windows/services/SCManager.h"
 
 namespace halvern::morvane {
 
+using windows::services::ServiceState;
+
 namespace {
 
-constexpr const char* CAPTURE_DIRECTORY = "./logs/requests/";
-constexpr const char* DEFAULT_CLASSIFIER_ROOT = "./classifiers/";
+constexpr const char* SERVICE_NAME = "Morvane Server";
+// Reported when the service has ended because it lost the manager.
+constexpr std::uint32_t MANAGER_LOST = 987654;
 constexpr std::uint64_t MEGABYTE = 1'000'000;
 
 // Failures of threads and of the server reach the operator through the one log.
@@ -140,17 +146,83 @@ void Startup::readCommandLine(int argc, const char* const* argv) {
 
 int Startup::run() {
     try {
-        if (_mode != Mode::SERVE && _mode != Mode::TEST) {
-            throw SystemStartupException(
-                "Only serving on the console is part of this version. Start the server with -config, and let "
-                "the "
-                "service manager of this machine run that command.");
+        if (!commandService()) {
+            serve();
         }
-        serve();
         return 0;
     } catch (...) {
         logStartupFailure(_log);
         return 1;
+    }
+}
+
+// True if the command line asks for something about the service, which has been done then.
+bool Startup::commandService() {
+    const windows::services::SCManagerFactoryImpl managers;
+    switch (_mode) {
+        case Mode::INSTALL: {
+            const windows::com::xml::Library xmlLibrary;
+            installService(SERVICE_NAME, _arguments.getArgument("-config"),
+                           ConfigurationReader(_configSchemaPath), _createFolder, managers);
+            _log.log("Successfully installed the service.");
+            return true;
+        }
+        case Mode::UNINSTALL:
+            uninstallService(SERVICE_NAME, managers);
+            _log.log("Successfully uninstalled the service.");
+            return true;
+        case Mode::START:
+            startService(SERVICE_NAME, managers);
+            _log.log("Successfully started the service.");
+            return true;
+        case Mode::STOP:
+            stopService(SERVICE_NAME, managers);
+            _log.log("Successfully stopped the service.");
+            return true;
+        default:
+            return false;
+    }
+}
+
+std::string Startup::getServiceName() const { return SERVICE_NAME; }
+
+void Startup::serviceMain() {
+    try {
+        registerHandler();
+        setStatus(ServiceState::START_PENDING);
+        // Running is reported by serve, once there is something to connect to.
+        const int result = run();
+        setStatus(ServiceState::STOPPED, static_cast<std::uint32_t>(result));
+    } catch (const windows::services::ServiceMainException& e) {
+        _log.log(std::string("An error occured when trying to run the service. ") + e.what());
+        reportToManager(ServiceState::STOPPED, MANAGER_LOST);
+    }
+}
+
+std::uint32_t Startup::handler(std::uint32_t control) {
+    switch (control) {
+        case windows::services::serviceControl::STOP:
+            _log.log("Stopping the service from SCM.");
+            reportToManager(ServiceState::STOP_PENDING);
+            _stopEvent.set();
+            return 0;
+        case windows::services::serviceControl::INTERROGATE:
+            _log.log("Interrogate the service from SCM.");
+            reportToManager(state());
+            return 0;
+        default:
+            return windows::services::serviceControl::NOT_IMPLEMENTED;
+    }
+}
+
+// A manager that can't be told must not keep the service from obeying it.
+void Startup::reportToManager(ServiceState state, std::uint32_t exitCode) noexcept {
+    try {
+        setStatus(state, exitCode);
+    } catch (const exceptions::Exception& e) {
+        _log.error(e.what());
+    } catch (const std::exception& e) {
+        _log.error(e.what());
     }
 }
 
@@ -162,6 +234,9 @@ void Startup::serve() {
 
     const std::string configurationPath = _arguments.getArgument("-config");
     _log.log("Initializing server v2.40");
+    if (_runningAsService) {
+        _log.log("Running server as a service.");
+    }
     Configuration configuration = readConfiguration(configurationPath);
     std::uint32_t queueSize = static_cast<std::uint32_t>(configuration.clientQueueSize);
     if (_mode == Mode::TEST) {
@@ -172,8 +247,7 @@ void Startup::serve() {
     _log.log("Using config settings:\n" + configuration.document);
     _log.log("System settings:\n" + systemFigures());
 
-    const std::string root =
-        configuration.classifierRootPath.empty() ? DEFAULT_CLASSIFIER_ROOT : configuration.classifierRootPath;
+    const std::string root = configuration.rootPath();
     makeFolder(root, "The root training path '" + root, true);
     const io::filesystem::DirectoryLock rootLock(root);
     // Only now, with the root in this process's hands alone, is every temporary file a leftover.
@@ -220,6 +294,8 @@ void Startup::serve() {
     line << "Starting server on port " << configuration.port << ".";
     _log.log(line.str());
     server.start();
+    // From here on whatever throws must leave no thread behind.
+    util::MethodCaller0 stopServer(server, &net::server::ThreadServerBase::stop);
     if (_mode == Mode::TEST) {
         _log.log("Running system tests.");
         // Most of what the tests do is wrong on purpose and would only look like trouble in the log.
@@ -232,12 +308,15 @@ void Startup::serve() {
         _log.test(line.str());
     } else {
         _log.log("Waiting for connections...");
+        if (_runningAsService) {
+            setStatus(ServiceState::RUNNING);
+        }
     }
     _stopEvent.wait();
     // The accept that fails when the listener closes is an error line of every stop. It needs no dump, which
     // would only take one of the places that real failures may need.
     _log.setDumpOnError(false);
-    server.stop();
+    stopServer.execute();
     server.join();
     _log.log("Closing server.");
 }

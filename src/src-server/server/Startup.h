@@ -16,14 +16,16 @@
 #include "util/parser/ArgumentParser.h"
 #include "windows/file/CreateFolder.h"
 #include "windows/seh/SehExceptionMapper.h"
+#include "windows/services/ServiceMain.h"
 
 namespace halvern::morvane {
 
 // The composition root: the order in which the server is built, run and taken down.
 //
 // Nothing below it reaches for a global; every object of the server is built on the stack of the thread that
-// calls run, gets its collaborators by reference, and dies there in reverse order.
-class Startup {
+// calls run, gets its collaborators by reference, and dies there in reverse order. As a service, it is run by
+// serviceMain.
+class Startup final : public windows::services::ServiceMain {
 public:
     // Makes the executable's folder the current directory, opens the log file and reads the command line.
     // Throws ArgStartupException for a wrong command line and SystemStartupException where the machine is not
@@ -46,11 +48,17 @@ public:
 
     Mode mode() const { return _mode; }
 
+    std::string getServiceName() const override;
+    void serviceMain() override;
+    std::uint32_t handler(std::uint32_t control) override;
+
 private:
     void enterProgramDirectory() const;
     void openLogFile();
     void readCommandLine(int argc, const char* const* argv);
 
+    bool commandService();
+    void reportToManager(windows::services::ServiceState state, std::uint32_t exitCode = 0) noexcept;
     void serve();
     Configuration readConfiguration(const std::string& path);
     void makeFolder(const std::string& path, const std::string& complaint, bool verify) const;

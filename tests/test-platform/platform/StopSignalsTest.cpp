@@ -4,6 +4,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/event/Event.h"
+
 namespace {
 
 // Runs the body in a process of its own, as signals concern a whole process; gives its wait status.
@@ -19,11 +21,11 @@ int statusOfChild(Body body) {
     return status;
 }
 
-TEST(StopSignalsTest, TheFirstSignalSetsTheEvent) {
+TEST(StopSignalsTest, TheFirstSignalCallsForTheStop) {
     for (const int signal : {SIGINT, SIGTERM}) {
         const int status = statusOfChild([signal] {
             platform::event::EventImpl event;
-            const platform::StopSignals signals(event);
+            const platform::StopSignals signals([&event] { event.set(); });
             kill(getpid(), signal);
             event.wait();
         });
@@ -34,7 +36,7 @@ TEST(StopSignalsTest, TheFirstSignalSetsTheEvent) {
 TEST(StopSignalsTest, ASecondSignalEndsTheProcess) {
     const int status = statusOfChild([] {
         platform::event::EventImpl event;
-        const platform::StopSignals signals(event);
+        const platform::StopSignals signals([&event] { event.set(); });
         kill(getpid(), SIGTERM);
         event.wait();
         kill(getpid(), SIGINT);
@@ -48,7 +50,9 @@ TEST(StopSignalsTest, ASecondSignalEndsTheProcess) {
 TEST(StopSignalsTest, WithoutASignalItGoesAwayAndGivesTheSignalsBack) {
     const int status = statusOfChild([] {
         platform::event::EventImpl event;
-        { const platform::StopSignals signals(event); }
+        {
+            const platform::StopSignals signals([&event] { event.set(); });
+        }
         raise(SIGTERM);
     });
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;

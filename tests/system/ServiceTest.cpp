@@ -1,0 +1,92 @@
+#include <gtest/gtest.h>
+
+#include "support/NotifyReceiver.h"
+#include "system/Program.h"
+#include "system/Wire.h"
+
+namespace systemtest {
+namespace {
+
+const std::string FAILED = "An exception occured when trying to startup the server. ";
+const std::string READY = "READY=1\nSTATUS=Morvane Server is running.";
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+TEST(ServiceTest, ReportsReadyWhenItListensAndStoppingWhenItIsToldTo) {
+    const Installation installation;
+    support::NotifyReceiver manager;
+    std::unique_ptr<Process> service;
+    std::uint16_t port = 0;
+    std::string report;
+    for (int attempt = 0; attempt < 10 && report != READY; ++attempt) {
+        // Somebody else may take the port between here and the service's own bind.
+        port = BoundPort().port();
+        Settings settings;
+        settings.port = std::to_string(port);
+        support::writeFile(installation.file("config.xml"), configuration(settings));
+        service = installation.run({"-scm", "-config", "config.xml"});
+        EXPECT_EQ(manager.next(), "STATUS=Morvane Server is starting.");
+        report = manager.next();
+    }
+    ASSERT_EQ(report, READY) << installation.log();
+    EXPECT_TRUE(ask(port, request(writeCalls("c", "<create id=\"1\"/>"))).success);
+
+    service->signal(SIGTERM);
+    EXPECT_EQ(manager.next(), "STOPPING=1\nSTATUS=Morvane Server is stopping.");
+    EXPECT_EQ(manager.next(), "STATUS=Morvane Server has stopped with exit code 0.");
+    EXPECT_EQ(service->wait(), 0);
+    EXPECT_EQ(installation.output(), "");
+    for (const std::string words :
+         {"Running server as a service.", "Stopping the service from SCM.", "Closing server."}) {
+        EXPECT_TRUE(contains(installation.log(), words)) << words;
+    }
+}
+
+TEST(ServiceTest, TellsTheManagerOfAStartThatFailed) {
+    const Installation installation;
+    BoundPort taken;
+    taken.listen();
+    Settings settings;
+    settings.port = std::to_string(taken.port());
+    support::writeFile(installation.file("config.xml"), configuration(settings));
+    for (const std::string file : {"config.xml", "missing.xml"}) {
+        support::NotifyReceiver manager;
+        const auto service = installation.run({"-scm", "-config", file});
+        EXPECT_EQ(manager.next(), "STATUS=Morvane Server is starting.");
+        EXPECT_EQ(manager.next(), "STATUS=Morvane Server has stopped with exit code 1.");
+        EXPECT_EQ(service->wait(), 1);
+    }
+    EXPECT_TRUE(contains(installation.log(), FAILED + "The port, " + settings.port + ", is already in use."));
+}
+
+TEST(ServiceTest, IsRunByAManagerOnly) {
+    const Installation installation;
+    EXPECT_EQ(installation.run({"-scm", "-config", "config.xml"})->wait(), 1);
+    EXPECT_TRUE(contains(
+        installation.log(),
+        FAILED + "Could not start service dispatcher using 'StartServiceCtrlDispatcher'. System error"))
+        << installation.log();
+}
+
+TEST(ServiceTest, IsNotInstalledWhereNoManagerIs) {
+    if (std::filesystem::exists("/run/systemd/system")) {
+        GTEST_SKIP() << "Systemd runs this machine, and its services are none of a test's business.";
+    }
+    const std::vector<std::string> rows[] = {
+        {"-install", "-config", "none.xml"}, {"-uninstall"}, {"-start"}, {"-stop"}};
+    for (const std::vector<std::string>& row : rows) {
+        const Installation installation;
+        EXPECT_EQ(installation.run(row)->wait(), 1);
+        EXPECT_TRUE(
+            contains(installation.output(),
+                     FAILED + "Could not open Service Control Manager using 'OpenSCManager'. Host: (null). "
+                              "System error message: No such file or directory. Error code: 2. This machine "
+                              "isn't run by systemd"))
+            << installation.output();
+    }
+}
+
+}  // namespace
+}  // namespace systemtest

@@ -1,0 +1,137 @@
+#include "windows/services/UnitFile.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "exceptions/IllegalArgumentException.h"
+#include "support/TempDir.h"
+#include "windows/services/Systemctl.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+using windows::services::ServiceDefinition;
+using windows::services::Systemctl;
+using windows::services::SystemctlImpl;
+using windows::services::UnitFile;
+
+constexpr const char* ANALYZE = "/usr/bin/systemd-analyze";
+
+ServiceDefinition definition(const std::string& program) {
+    return {.name = "Some Server",
+            .displayName = "Some Server",
+            .command = {program, "-scm", "-config", "config.xml"},
+            .account = "",
+            .writableFolders = {"/var"},
+            .bindsPrivilegedPort = false};
+}
+
+class AnalyzedUnitTest : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!std::filesystem::exists(ANALYZE)) {
+            GTEST_SKIP() << "This machine has no systemd-analyze.";
+        }
+    }
+    void expectNoFault(const std::vector<std::string>& arguments, const ServiceDefinition& service) const {
+        const std::string unit = _folder.file("some-server.service");
+        support::writeFile(unit, UnitFile::textOf(service));
+        std::vector<std::string> words = arguments;
+        words.push_back(unit);
+        const Systemctl::Result result = SystemctlImpl(ANALYZE).run(words);
+        EXPECT_EQ(result.exitCode, 0) << result.message << "\n" << UnitFile::textOf(service);
+        if (arguments == VERIFY) {
+            EXPECT_EQ(result.message, "") << UnitFile::textOf(service);
+        }
+    }
+
+    const std::vector<std::string> VERIFY{"verify", "--man=no", "--recursive-errors=yes"};
+    // The limit is in tenths, so this is below 2.0.
+    const std::vector<std::string> EXPOSURE{"security", "--offline=yes", "--no-pager", "--threshold=19"};
+    const support::TempDir _folder;
+};
+
+TEST_F(AnalyzedUnitTest, TheManagerTakesAnyPath) {
+    for (const std::string name :
+         {"two words", "100%h", "it's", "$HOME", "back\\slash", "a\"b", ";x", "\xc3\xa5", "end\\"}) {
+        const std::string program = _folder.file(name);
+        std::filesystem::copy_file("/bin/true", program);
+        ServiceDefinition service = definition(program);
+        service.command.push_back(name);
+        service.writableFolders = {program};
+        expectNoFault(VERIFY, service);
+    }
+}
+
+TEST_F(AnalyzedUnitTest, TheManagerFindsLittleExposure) {
+    for (const std::string account : {"", "daemon"}) {
+        for (const bool privilegedPort : {false, true}) {
+            ServiceDefinition service = definition("/bin/true");
+            service.account = account;
+            service.bindsPrivilegedPort = privilegedPort;
+            expectNoFault(VERIFY, service);
+            expectNoFault(EXPOSURE, service);
+        }
+    }
+}
+
+TEST(UnitFileTest, KeepsEveryWordAsItIs) {
+    ServiceDefinition service = definition("/opt/x y/50%");
+    service.command.push_back("a \"b\\ $c %d 'e'");
+    service.account = "morvane";
+    service.writableFolders = {"/srv/it's \"100%\""};
+    const std::string text = UnitFile::textOf(service);
+    EXPECT_THAT(text, HasSubstr("\nExecStart=:\"/opt/x y/50%%\" \"-scm\" \"-config\" \"config.xml\" "
+                                "\"a \\\"b\\\\ $c %%d 'e'\"\n"));
+    EXPECT_THAT(text, HasSubstr("\nReadWritePaths=\"/srv/it's \\\"100%%\\\"\"\n"));
+    EXPECT_THAT(text, HasSubstr("\nUser=morvane\n"));
+    for (const std::string word : {"Type=notify", "Restart=on-failure", "ProtectSystem=strict"}) {
+        EXPECT_THAT(text, HasSubstr("\n" + word + "\n"));
+    }
+    EXPECT_THAT(UnitFile::textOf(definition("/opt/x")), Not(HasSubstr("User=")));
+    // The manager takes no such program by its path.
+    EXPECT_THAT(UnitFile::textOf(definition("/opt/it's/x")),
+                HasSubstr("ExecStart=:/usr/bin/env \"/opt/it's/x\" \"-scm\""));
+}
+
+TEST(UnitFileTest, HidesNoFolderThatTheServiceLivesIn) {
+    struct Row {
+        std::string program;
+        std::string argument;
+        std::string folder;
+        std::string home;
+        std::string temporary;
+    };
+    const Row rows[] = {
+        {"/opt/x", "config.xml", "/srv", "yes", "yes"},
+        {"/home/a/x", "config.xml", "/srv", "read-only", "yes"},
+        {"/opt/x", "/root/c.xml", "/srv", "read-only", "yes"},
+        {"/opt/x", "c", "/run/user/5", "read-only", "yes"},
+        {"/tmp/x", "config.xml", "/srv", "yes", "no"},
+        {"/homely/x", "/tmpfiles", "/var/tmp/d", "yes", "no"},
+    };
+    for (const Row& row : rows) {
+        ServiceDefinition service = definition(row.program);
+        service.command.push_back(row.argument);
+        service.writableFolders = {row.folder};
+        const std::string text = UnitFile::textOf(service);
+        EXPECT_THAT(text, HasSubstr("\nProtectHome=" + row.home + "\n")) << row.program;
+        EXPECT_THAT(text, HasSubstr("\nPrivateTmp=" + row.temporary + "\n")) << row.program;
+    }
+}
+
+TEST(UnitFileTest, RefusesWhatNoQuotingCanHold) {
+    for (const std::string word : {"/opt/a\nUser=root", "/opt/\t", "/opt/\x7f", "/opt/\xe5"}) {
+        EXPECT_THROW(UnitFile::textOf(definition(word)), exceptions::IllegalArgumentException) << word;
+        ServiceDefinition service = definition("/opt/x");
+        service.writableFolders = {word};
+        EXPECT_THROW(UnitFile::textOf(service), exceptions::IllegalArgumentException) << word;
+        EXPECT_THROW(UnitFile::withDescription("[Unit]\nDescription=x\n", word),
+                     exceptions::IllegalArgumentException);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,199 @@
+#include "server/ServiceControl.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+
+#include "support/TempDir.h"
+#include "windows/com/xml/Library.h"
+#include "windows/services/ServiceAccount.h"
+
+namespace {
+
+using namespace halvern::morvane;
+using namespace windows::services;
+using testing::ElementsAre;
+
+class RefusedException final : public exceptions::WithMessage<ServiceException> {
+public:
+    using WithMessage::WithMessage;
+};
+
+// A manager of services that live in a list.
+struct FakeManager {
+    std::vector<std::string> installed;
+    std::vector<std::string> doings;
+    ServiceDefinition definition;
+    bool refuses = false;
+};
+
+class FakeService final : public Service {
+public:
+    explicit FakeService(FakeManager& manager) : _manager(manager) {}
+    void close() override {}
+    void start() override { _manager.doings.push_back("start"); }
+    void stop() override { _manager.doings.push_back("stop"); }
+    void setDescription(const char* text) override { _manager.doings.push_back(text); }
+    void remove() override { _manager.doings.push_back("remove"); }
+
+private:
+    FakeManager& _manager;
+};
+
+class FakeSCManager final : public SCManager {
+public:
+    explicit FakeSCManager(FakeManager& manager) : _manager(manager) {}
+    void close() override {}
+    std::unique_ptr<Service> openService(const std::string& name) const override {
+        if (_manager.refuses) {
+            throw RefusedException("refused");
+        }
+        if (std::find(_manager.installed.begin(), _manager.installed.end(), name) ==
+            _manager.installed.end()) {
+            throw ServiceDoesNotExistsException("none");
+        }
+        return std::make_unique<FakeService>(_manager);
+    }
+    std::unique_ptr<Service> createService(const ServiceDefinition& definition) const override {
+        _manager.definition = definition;
+        _manager.doings.push_back("create");
+        return std::make_unique<FakeService>(_manager);
+    }
+
+private:
+    FakeManager& _manager;
+};
+
+// In a current directory of its own, as the program stands in its folder.
+class ServiceControlTest : public testing::Test, public SCManagerFactory {
+protected:
+    ServiceControlTest() { std::filesystem::current_path(_folder.path()); }
+    ~ServiceControlTest() override { std::filesystem::current_path(_before); }
+
+    std::unique_ptr<SCManager> create() const override { return std::make_unique<FakeSCManager>(_manager); }
+
+    void install(const std::string& name, const std::string& root = "", const std::string& port = "9400") {
+        support::writeFile("a b.xml",
+                           "<morvane xmlns=\"http://morvane.example/1/config/ConfigSchema\"><port>" + port +
+                               "</port><maxInput>1</maxInput><maxClients>1</maxClients>"
+                               "<clientQueueSize>1</clientQueueSize><classifierRootPath>" +
+                               root +
+                               "</classifierRootPath><logLevel>test</logLevel><logMemory>0</logMemory>"
+                               "<saveRequests>0</saveRequests></morvane>");
+        installService(name, "a b.xml", ConfigurationReader(MORVANE_SCHEMAS "/config/ConfigSchema.xsd"),
+                       windows::file::CreateFolderImpl(), *this);
+    }
+
+    const std::filesystem::path _before = std::filesystem::current_path();
+    const windows::com::xml::Library _library;
+    const support::TempDir _folder;
+    mutable FakeManager _manager;
+};
+
+TEST_F(ServiceControlTest, InstallsTheServiceWithAllThatItWrites) {
+    install("Some Server");
+    EXPECT_THAT(_manager.doings, ElementsAre("create", "Manages text classification requests."));
+    const ServiceDefinition& service = _manager.definition;
+    EXPECT_EQ(service.name, "Some Server");
+    EXPECT_THAT(service.command, ElementsAre(std::filesystem::canonical("/proc/self/exe").string(), "-scm",
+                                             "-config", "a b.xml"));
+    const std::string here = std::filesystem::canonical(".");
+    EXPECT_THAT(service.writableFolders, ElementsAre(here + "/logs", here + "/classifiers"));
+    EXPECT_TRUE(std::filesystem::is_directory("logs/requests"));
+    EXPECT_FALSE(service.bindsPrivilegedPort);
+
+    std::filesystem::create_directories("data/x");
+    std::filesystem::create_directory_symlink("data/x", "link");
+    install("Some Server", "./link/", "1023");
+    EXPECT_THAT(_manager.definition.writableFolders, ElementsAre(here + "/logs", here + "/data/x"));
+    EXPECT_TRUE(_manager.definition.bindsPrivilegedPort);
+}
+
+TEST_F(ServiceControlTest, RunsTheServiceAsTheOwnerOfTheClassifiers) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "Only root can give files to others.";
+    }
+    constexpr uid_t NAMELESS = 54321;
+    constexpr uid_t DAEMON = 1;
+    const auto ownerOf = [](const char* path) {
+        struct stat status {};
+        return ::lstat(path, &status) == 0 ? static_cast<int>(status.st_uid) : -1;
+    };
+    install("Some Server");
+    EXPECT_EQ(_manager.definition.account, "");
+
+    support::writeFile("logs/log.txt", "x");
+    ASSERT_EQ(::chown("classifiers", NAMELESS, NAMELESS), 0);
+    EXPECT_THROW(install("Some Server"), ServiceAccountException);
+    ASSERT_EQ(::chown("classifiers", DAEMON, DAEMON), 0);
+    install("Some Server");
+    EXPECT_EQ(_manager.definition.account, "daemon");
+    for (const char* path : {"logs", "logs/requests", "logs/log.txt"}) {
+        EXPECT_EQ(ownerOf(path), static_cast<int>(DAEMON)) << path;
+    }
+    EXPECT_EQ(ownerOf("a b.xml"), 0);
+
+    // Whoever owns the folder of the log must not get somebody else's file by naming it.
+    support::writeFile("secret", "x");
+    const std::string secret = std::filesystem::absolute("secret");
+    for (const auto link : {&::symlink, &::link}) {
+        std::filesystem::remove("logs/log.txt");
+        ASSERT_EQ(link(secret.c_str(), "logs/log.txt"), 0);
+        install("Some Server");
+        EXPECT_EQ(ownerOf("secret"), 0);
+    }
+
+    // A missing folder belongs to the owner of the one around it.
+    std::filesystem::create_directory("home");
+    ASSERT_EQ(::chown("home", DAEMON, DAEMON), 0);
+    install("Some Server", "home/data");
+    EXPECT_EQ(_manager.definition.account, "daemon");
+    EXPECT_EQ(ownerOf("home/data"), static_cast<int>(DAEMON));
+}
+
+TEST_F(ServiceControlTest, AsksFirstWhetherTheServiceIsThere) {
+    _manager.installed = {"Old Server"};
+    struct Row {
+        std::function<void(const std::string& name)> operation;
+        std::string name;
+        std::string complaint;
+        std::vector<std::string> doings;
+    };
+    const std::string missing = "The service with the name 'New Server' is not installed.";
+    const auto uninstall = [this](const std::string& name) { uninstallService(name, *this); };
+    const auto start = [this](const std::string& name) { startService(name, *this); };
+    const auto stop = [this](const std::string& name) { stopService(name, *this); };
+    const Row rows[] = {
+        {[this](const std::string& name) { install(name); },
+         "Old Server",
+         "The service with the name 'Old Server' is already installed.",
+         {}},
+        {uninstall, "New Server", missing, {}},
+        {start, "New Server", missing, {}},
+        {stop, "New Server", missing, {}},
+        {uninstall, "Old Server", "", {"remove"}},
+        {start, "Old Server", "", {"start"}},
+        {stop, "Old Server", "", {"stop"}},
+    };
+    for (const Row& row : rows) {
+        _manager.doings.clear();
+        std::string complaint;
+        try {
+            row.operation(row.name);
+        } catch (const ServiceException& e) {
+            complaint = e.what();
+        }
+        EXPECT_EQ(complaint, row.complaint);
+        EXPECT_EQ(_manager.doings, row.doings) << row.complaint;
+        // Not being able to tell is no answer.
+        _manager.refuses = true;
+        EXPECT_THROW(row.operation(row.name), RefusedException);
+        _manager.refuses = false;
+    }
+}
+
+}  // namespace
