@@ -62,10 +62,10 @@ public:
     std::unique_ptr<SCManager> create() const override;
 
 private:
-    const SystemctlImpl _systemctl;
-    const io::filesystem::LoadFileImpl _loadFile;
-    const io::filesystem::SaveFileImpl _saveFile;
-    const io::filesystem::RemoveFileImpl _removeFile;
+    const SystemctlImpl _systemctl{};
+    const io::filesystem::LoadFileImpl _loadFile{};
+    const io::filesystem::SaveFileImpl _saveFile{};
+    const io::filesystem::RemoveFileImpl _removeFile{};
 };
 
 }  // namespace windows::services
