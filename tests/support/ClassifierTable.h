@@ -11,6 +11,7 @@
 #include "server/ClassifierCallbackFactoryImpl.h"
 #include "server/ClassifierFactoryImpl.h"
 #include "server/JobDistribution.h"
+#include "support/FailureOf.h"
 #include "support/MemoryFiles.h"
 #include "support/RecordingLog.h"
 
@@ -50,16 +51,5 @@ struct ClassifierTable {
         return names;
     }
 };
-
-// The text of the exception of this kind that the operation throws.
-template <class Expected, class Operation>
-std::string failureOf(Operation operation) {
-    try {
-        operation();
-    } catch (const Expected& failure) {
-        return failure.what();
-    }
-    return "nothing was thrown";
-}
 
 }  // namespace support

@@ -151,7 +151,7 @@ void Document::validate() const {
         error = {};
         // Without a schema the library would go by the one that the document names.
         if (schema == nullptr) {
-            error = ParseError(XML_SCHEMAV_CVC_ELT_1, static_cast<std::uint64_t>(xmlGetLineNo(root)), 0,
+            error = ParseError(XML_SCHEMAV_CVC_ELT_1, lineOf(root), 0,
                                "There is no schema for the namespace of the element '" +
                                    getRootElement().getTagName() + "'.");
         } else if (isValid(_tree->document(), schema, error)) {

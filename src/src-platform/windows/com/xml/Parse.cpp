@@ -1,7 +1,9 @@
+#include <libxml/SAX2.h>
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <new>
 
@@ -37,6 +39,18 @@ void refuseDoctype(void* context, const xmlChar*, const xmlChar*, const xmlChar*
     xmlStopParser(parser);
 }
 
+// The library keeps the line of an element in sixteen bits, and a request may have more lines than that.
+void startElement(void* context, const xmlChar* name, const xmlChar* prefix, const xmlChar* uri,
+                  int namespaces, const xmlChar** namespacePairs, int attributes, int defaulted,
+                  const xmlChar** attributeParts) {
+    xmlSAX2StartElementNs(context, name, prefix, uri, namespaces, namespacePairs, attributes, defaulted,
+                          attributeParts);
+    const auto& parser = *static_cast<xmlParserCtxt*>(context);
+    if (parser.node != nullptr) {
+        parser.node->_private = reinterpret_cast<void*>(static_cast<std::intptr_t>(parser.input->line));
+    }
+}
+
 bool hasFailed(const xmlParserCtxt& context, const ParseError& error) {
     const bool errorNumber = context.errNo != XML_ERR_OK && context.lastError.level >= XML_ERR_ERROR;
     return context.wellFormed == 0 || context.nsWellFormed == 0 || errorNumber || error.isSet() ||
@@ -44,6 +58,13 @@ bool hasFailed(const xmlParserCtxt& context, const ParseError& error) {
 }
 
 }  // namespace
+
+std::uint64_t lineOf(const _xmlNode* node) {
+    while (node != nullptr && node->type != XML_ELEMENT_NODE) {
+        node = node->parent;
+    }
+    return node == nullptr ? 0 : static_cast<std::uint64_t>(reinterpret_cast<std::intptr_t>(node->_private));
+}
 
 OwnedDocument parse(std::string_view source, const std::string& path, ParseError& error) {
     error = findForbiddenMarkup(source);
@@ -59,6 +80,7 @@ OwnedDocument parse(std::string_view source, const std::string& path, ParseError
     context->_private = &error;
     context->sax->serror = &keepError;
     context->sax->internalSubset = &refuseDoctype;
+    context->sax->startElementNs = &startElement;
     // Without HUGE a text ends at 10 MB. The guard against growing entities goes with it, but there are no
     // entities without a DOCTYPE.
     xmlCtxtUseOptions(context.get(),

@@ -1,8 +1,9 @@
 #include "windows/com/xml/ParseError.h"
 
-#include <libxml/xmlerror.h>
+#include <libxml/tree.h>
 
 #include <algorithm>
+#include <limits>
 #include <new>
 #include <utility>
 
@@ -11,6 +12,7 @@
 #include "windows/com/xml/Characters.h"
 #include "windows/com/xml/LibraryHooks.h"
 #include "windows/com/xml/SourceLines.h"
+#include "windows/com/xml/Tree.h"
 
 namespace windows::com::xml {
 
@@ -24,6 +26,16 @@ std::string reasonOf(const char* message) {
     } catch (const util::StringHelperException& e) {
         return std::string("N/A - ") + e.what();
     }
+}
+
+// For a reference that leads nowhere the validator tells no node, and a line that ends at sixteen bits; no
+// line is better than a wrong one.
+std::uint64_t lineOfInvalid(const xmlError& error) {
+    if (error.node != nullptr) {
+        return lineOf(static_cast<const xmlNode*>(error.node));
+    }
+    const bool known = error.line > 0 && error.line < std::numeric_limits<std::uint16_t>::max();
+    return known ? static_cast<std::uint64_t>(error.line) : 0;
 }
 
 }  // namespace
@@ -41,9 +53,13 @@ void ParseError::keepFirst(const _xmlError& error) noexcept {
         }
         _isSet = true;
         _code = error.code;
-        _line = static_cast<std::uint64_t>(std::max(error.line, 0));
-        // Only the parser says in int2 where in the line it stood.
-        _column = error.domain == XML_FROM_SCHEMASV ? 0 : static_cast<std::uint64_t>(std::max(error.int2, 0));
+        if (error.domain == XML_FROM_SCHEMASV) {
+            _line = lineOfInvalid(error);
+        } else {
+            _line = static_cast<std::uint64_t>(std::max(error.line, 0));
+            // Only the parser says in int2 where in the line it stood.
+            _column = static_cast<std::uint64_t>(std::max(error.int2, 0));
+        }
     } catch (const std::bad_alloc&) {
         hooks::noteExhaustion();
     }

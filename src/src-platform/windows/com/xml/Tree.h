@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -22,6 +23,10 @@ using OwnedDocument = std::unique_ptr<_xmlDoc, FreeDocument>;
 // Reads source, every byte of which is one character. path tells where included files are found; it may be
 // empty. Returns null and fills error if the document is refused or not well-formed.
 OwnedDocument parse(std::string_view source, const std::string& path, ParseError& error);
+
+// The line of the source where the start tag of this node, or of the element around it, ends. The node is one
+// of a document that parse() has made.
+std::uint64_t lineOf(const _xmlNode* node);
 
 // The content of a document with what is needed to select from it, shared by all wrappers of its nodes.
 class Tree {

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/FailureOf.h"
 #include "support/TempDir.h"
 #include "support/Xml.h"
 #include "windows/com/xml/LibraryHooks.h"
@@ -24,7 +25,6 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 using windows::com::xml::Document;
-using windows::com::xml::Element;
 using windows::com::xml::Library;
 using windows::com::xml::SchemaCache;
 using windows::com::xml::SchemaCacheException;
@@ -34,7 +34,8 @@ namespace hooks = windows::com::xml::hooks;
 const std::string itemType = R"(
   <xs:simpleType name="Id"><xs:restriction base="xs:string"><xs:pattern value="[a-z0-9&#xC3;&#xA5;]+"/>
     </xs:restriction></xs:simpleType>
-  <xs:complexType name="Item"><xs:attribute name="id" type="t:Id" use="required"/></xs:complexType>)";
+  <xs:complexType name="Item"><xs:attribute name="id" type="t:Id" use="required"/>
+    <xs:attribute name="like" type="t:Id"/></xs:complexType>)";
 
 std::string schemaText(const std::string& types) {
     return R"(<xs:schema xmlns:xs="http://www.w3.org/2001/XMLSchema" xmlns:t="http://u/t"
@@ -44,6 +45,7 @@ std::string schemaText(const std::string& types) {
     <xs:complexType><xs:sequence><xs:element name="item" type="t:Item" maxOccurs="unbounded"/></xs:sequence>
     </xs:complexType>
     <xs:key name="ids"><xs:selector xpath="t:item"/><xs:field xpath="@id"/></xs:key>
+    <xs:keyref name="likes" refer="t:ids"><xs:selector xpath="t:item"/><xs:field xpath="@like"/></xs:keyref>
   </xs:element></xs:schema>)";
 }
 
@@ -63,7 +65,7 @@ protected:
 TEST_F(SchemaCacheTest, FaultsAreToldWithLineReasonAndSource) {
     const support::LoadedSchema schema(write("s.xsd", schemaText(itemType)));
     EXPECT_EQ(schema.version(), "1.01");
-    EXPECT_EQ(schema.problemOf(list("<item id='b\xC3\xA5'/><item id='2'/>")), "");
+    EXPECT_EQ(schema.problemOf(list("<item id='b\xC3\xA5'/><item id='2' like='b\xC3\xA5'/>")), "");
     EXPECT_THAT(
         schema.problemOf(list("<item id='a'/>\n<item id='A\xC3\xA5'/><wrong/>")),
         AllOf(StartsWith("Problems validating the xml document.\r\nError Code: 1839\nLine: 3\nRow: 0\n"
@@ -71,8 +73,29 @@ TEST_F(SchemaCacheTest, FaultsAreToldWithLineReasonAndSource) {
                          "The value 'A\xC3\xA5' is not accepted"),
               EndsWith("\nError line: <item id='A\xC3\xA5'/><wrong/>\n\n\n"
                        "System error message: Success. Error code: 0.")));
-    EXPECT_THAT(schema.problemOf(list("<item id='a'/><item id='a'/>")),
-                HasSubstr("Duplicate key-sequence ['a']"));
+    const std::string lines(70'000, '\n');
+    const struct {
+        std::string document;
+        const char* line;
+        const char* reason;
+        const char* source;
+    } rows[] = {
+        {list("<item id='a'/>\n<item id='a'/>"), "Line: 3\n", "Duplicate key-sequence ['a']",
+         "\nError line: <item id='a'/>\n"},
+        {list("<item id='a'/>\n<item id='b' like='c'/>"), "Line: 3\n", "No match found for key-sequence",
+         "\nError line: <item id='b' like='c'/>\n"},
+        // Beyond the lines that the library itself can tell.
+        {list(lines + "<item\n x='1'/>"), "Line: 70003\n", "attribute 'x'", "\nError line:  x='1'/>\n"},
+        {list(lines + "<item id='a'/>\n<item id='a'/>"), "Line: 70003\n", "Duplicate key-sequence ['a']",
+         "\nError line: <item id='a'/>\n"},
+        {lines + "<other/>", "Line: 70001\n", "no schema", "\nError line: <other/>\n"},
+        {list(lines + "<item id='a' like='c'/>"), "Line: 0\n", "No match found for key-sequence",
+         "\nError line: N/A\n"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_THAT(schema.problemOf(row.document),
+                    AllOf(HasSubstr(row.line), HasSubstr(row.reason), HasSubstr(row.source)));
+    }
 }
 
 TEST_F(SchemaCacheTest, DocumentWithoutASchemaIsNeverValid) {
@@ -103,14 +126,8 @@ TEST_F(SchemaCacheTest, OnlyASchemaThatResolvesExternalsReadsItsNeighbours) {
 
     Document closed;
     closed.load(path);
-    SchemaCache cache;
-    try {
-        cache.add(closed, "http://u/t");
-        FAIL() << "The neighbour was read";
-    } catch (const SchemaCacheException& e) {
-        EXPECT_THAT(e.what(),
-                    AllOf(StartsWith("Error adding schema. Error Code: "), HasSubstr("System error")));
-    }
+    EXPECT_THAT(support::failureOf<SchemaCacheException>([&] { SchemaCache().add(closed, "http://u/t"); }),
+                AllOf(StartsWith("Error adding schema. Error Code: "), HasSubstr("System error")));
 }
 
 TEST_F(SchemaCacheTest, WhatIsNoSchemaOfThatNamespaceIsRefused) {
@@ -175,15 +192,6 @@ private:
     static inline bool _forGood = false;
 };
 
-TEST(LibraryHooksTest, BlockThatShrinksToNothingIsFreedOnceAndIsNoExhaustion) {
-    const Library library;
-    const hooks::MemoryWatch watch;
-    void* const block = xmlRealloc(xmlMalloc(24), 0);
-    EXPECT_NE(block, nullptr);
-    xmlFree(block);
-    EXPECT_NO_THROW(watch.check());
-}
-
 TEST_F(SchemaCacheTest, ExhaustedMemoryIsBadAllocAndNeverAnotherAnswer) {
     const std::string path = write("s.xsd", schemaText(itemType));
     const support::LoadedSchema schema(path);
@@ -227,6 +235,12 @@ TEST_F(SchemaCacheTest, ExhaustedMemoryIsBadAllocAndNeverAnotherAnswer) {
             EXPECT_EQ(actions[action](), expected);
         }
     }
+    // A block that shrinks to nothing is freed once, and is no exhaustion.
+    const hooks::MemoryWatch watch;
+    void* const block = xmlRealloc(xmlMalloc(24), 0);
+    EXPECT_NE(block, nullptr);
+    xmlFree(block);
+    EXPECT_NO_THROW(watch.check());
 }
 
 }  // namespace
