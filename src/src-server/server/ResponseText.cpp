@@ -3,10 +3,12 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "util/EscapeXml.h"
+
 namespace halvern::morvane {
 namespace {
 
-constexpr const char* REPLACEMENT = "\xEF\xBF\xBD";  // U+FFFD
+constexpr std::string_view REPLACEMENT = "\xEF\xBF\xBD";  // U+FFFD
 
 struct Decoded {
     std::uint32_t character;
@@ -50,32 +52,9 @@ Decoded decode(std::string_view bytes) {
     return {character, length};
 }
 
-void appendAscii(std::string& out, char character) {
-    switch (character) {
-        case '&':
-            out += "&amp;";
-            return;
-        case '"':
-            out += "&quot;";
-            return;
-        case '<':
-            out += "&lt;";
-            return;
-        case '>':
-            out += "&gt;";
-            return;
-        case '\t':
-        case '\n':
-        case '\r':
-            out += character;
-            return;
-        default:
-            if (static_cast<unsigned char>(character) < 0x20) {
-                out += REPLACEMENT;
-            } else {
-                out += character;
-            }
-    }
+// Of the characters below U+0080, XML allows all but most control characters.
+bool isAllowedAscii(unsigned char byte) {
+    return byte >= 0x20 || byte == '\t' || byte == '\n' || byte == '\r';
 }
 
 void appendLatin1(std::string& out, unsigned char byte) {
@@ -85,23 +64,23 @@ void appendLatin1(std::string& out, unsigned char byte) {
 
 }  // namespace
 
-std::string responseText(std::string_view bytes) {
+std::string responseText(std::string_view text) {
+    // Markup is ASCII, so escaping first leaves all sequences as they are.
+    const std::string escaped = util::escapeXml(text);
+    std::string_view bytes = escaped;
     std::string out;
     out.reserve(bytes.size());
     while (!bytes.empty()) {
         const auto byte = static_cast<unsigned char>(bytes.front());
         std::size_t taken = 1;
         if (byte < 0x80) {
-            appendAscii(out, bytes.front());
+            out += isAllowedAscii(byte) ? bytes.substr(0, 1) : REPLACEMENT;
         } else if (const Decoded decoded = decode(bytes); decoded.length == 0) {
             appendLatin1(out, byte);
         } else {
             taken = decoded.length;
-            if (decoded.character == 0xFFFE || decoded.character == 0xFFFF) {
-                out += REPLACEMENT;
-            } else {
-                out += bytes.substr(0, taken);
-            }
+            const bool forbidden = decoded.character == 0xFFFE || decoded.character == 0xFFFF;
+            out += forbidden ? REPLACEMENT : bytes.substr(0, taken);
         }
         bytes.remove_prefix(taken);
     }
