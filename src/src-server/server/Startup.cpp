@@ -268,7 +268,7 @@ void Startup::serve() {
                                                            responseSchema.version);
     const XmlResponseFactoryImpl responseFactory(responseSchema.targetNamespace);
     const windows::file::DiskSpaceImpl diskSpace;
-    const XmlHookFactoryImpl capturingHooks(_saveFile, _existsFile, _log, CAPTURE_DIRECTORY, diskSpace);
+    const XmlHookFactoryImpl capturingHooks(_saveFile, _log, CAPTURE_DIRECTORY, diskSpace);
     const EmptyXmlHookFactoryImpl emptyHooks;
     const XmlHookFactory& hooks =
         configuration.saveRequests ? static_cast<const XmlHookFactory&>(capturingHooks) : emptyHooks;

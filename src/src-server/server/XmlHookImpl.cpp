@@ -29,10 +29,9 @@ std::uint64_t nextNumber() {
 
 }  // namespace
 
-XmlHookImpl::XmlHookImpl(const io::filesystem::SaveFile& saveFile,
-                         const io::filesystem::ExistsFile& existsFile, Log& log, const std::string& directory,
+XmlHookImpl::XmlHookImpl(const io::filesystem::SaveFile& saveFile, Log& log, const std::string& directory,
                          const windows::file::DiskSpace& diskSpace)
-    : _saveFile(saveFile), _existsFile(existsFile), _log(log), _directory(directory), _diskSpace(diskSpace) {}
+    : _saveFile(saveFile), _log(log), _directory(directory), _diskSpace(diskSpace) {}
 
 void XmlHookImpl::save(const std::string& request) {
     if (request.empty()) {
@@ -58,14 +57,13 @@ void XmlHookImpl::save(const std::string& request) {
     }
 }
 
-XmlHookFactoryImpl::XmlHookFactoryImpl(const io::filesystem::SaveFile& saveFile,
-                                       const io::filesystem::ExistsFile& existsFile, Log& log,
+XmlHookFactoryImpl::XmlHookFactoryImpl(const io::filesystem::SaveFile& saveFile, Log& log,
                                        const std::string& directory,
                                        const windows::file::DiskSpace& diskSpace)
-    : _saveFile(saveFile), _existsFile(existsFile), _log(log), _directory(directory), _diskSpace(diskSpace) {}
+    : _saveFile(saveFile), _log(log), _directory(directory), _diskSpace(diskSpace) {}
 
 std::unique_ptr<XmlHook> XmlHookFactoryImpl::create() const {
-    return std::make_unique<XmlHookImpl>(_saveFile, _existsFile, _log, _directory, _diskSpace);
+    return std::make_unique<XmlHookImpl>(_saveFile, _log, _directory, _diskSpace);
 }
 
 }  // namespace halvern::morvane

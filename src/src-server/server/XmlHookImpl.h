@@ -5,7 +5,6 @@
 #include "server/XmlHook.h"
 
 namespace io::filesystem {
-class ExistsFile;
 class SaveFile;
 }  // namespace io::filesystem
 
@@ -21,13 +20,12 @@ class Log;
 // disk with less than a gigabyte free gets no more of them; that, and every failure, goes to the log only.
 class XmlHookImpl final : public XmlHook {
 public:
-    XmlHookImpl(const io::filesystem::SaveFile& saveFile, const io::filesystem::ExistsFile& existsFile,
-                Log& log, const std::string& directory, const windows::file::DiskSpace& diskSpace);
+    XmlHookImpl(const io::filesystem::SaveFile& saveFile, Log& log, const std::string& directory,
+                const windows::file::DiskSpace& diskSpace);
     void save(const std::string& request) override;
 
 private:
     const io::filesystem::SaveFile& _saveFile;
-    const io::filesystem::ExistsFile& _existsFile;
     Log& _log;
     std::string _directory;
     const windows::file::DiskSpace& _diskSpace;
@@ -35,13 +33,12 @@ private:
 
 class XmlHookFactoryImpl final : public XmlHookFactory {
 public:
-    XmlHookFactoryImpl(const io::filesystem::SaveFile& saveFile, const io::filesystem::ExistsFile& existsFile,
-                       Log& log, const std::string& directory, const windows::file::DiskSpace& diskSpace);
+    XmlHookFactoryImpl(const io::filesystem::SaveFile& saveFile, Log& log, const std::string& directory,
+                       const windows::file::DiskSpace& diskSpace);
     std::unique_ptr<XmlHook> create() const override;
 
 private:
     const io::filesystem::SaveFile& _saveFile;
-    const io::filesystem::ExistsFile& _existsFile;
     Log& _log;
     std::string _directory;
     const windows::file::DiskSpace& _diskSpace;
