@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 
 using namespace std::string_literals;
@@ -23,23 +22,30 @@ std::string decoded(const std::string& text) {
 
 }  // namespace
 
-// The vectors of RFC 4648, section 10, and the last two characters of the alphabet.
+// The vectors of RFC 4648, section 10, the first and last characters of the alphabet, and all that lie
+// between.
 TEST(Base64Test, KnownTextsBothWays) {
     const struct {
         std::string bytes;
         const char* text;
     } cases[] = {
-        {"f", "Zg=="},         {"fo", "Zm8="},         {"foo", "Zm9v"},   {"foob", "Zm9vYg=="},
-        {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}, {"\0\0"s, "AAA="}, {"\xFB\xEF\xFF", "++//"},
+        {"f", "Zg=="},
+        {"fo", "Zm8="},
+        {"foo", "Zm9v"},
+        {"foob", "Zm9vYg=="},
+        {"fooba", "Zm9vYmE="},
+        {"foobar", "Zm9vYmFy"},
+        {"\0\0"s, "AAA="},
+        {"\xFB\xEF\xFF", "++//"},
+        {"\x00\x10\x83\x10\x51\x87\x20\x92\x8B\x30\xD3\x8F\x41\x14\x93\x51\x55\x97\x61\x96\x9B\x71\xD7\x9F"
+         "\x82\x18\xA3\x92\x59\xA7\xA2\x9A\xAB\xB2\xDB\xAF\xC3\x1C\xB3\xD3\x5D\xB7\xE3\x9E\xBB\xF3\xDF\xBF"s,
+         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/"},
     };
     for (const auto& row : cases) {
         EXPECT_EQ(encoded(row.bytes), row.text);
         EXPECT_EQ(decoded(row.text), row.bytes);
     }
-}
-
-TEST(Base64Test, NothingLeavesTheTargetAsItWas) {
-    EXPECT_EQ(encoded(""), "before");
+    EXPECT_EQ(encoded(""), "before") << "Nothing leaves the target as it was";
     EXPECT_EQ(decoded(""), "before");
 }
 
@@ -48,7 +54,6 @@ TEST(Base64Test, DecodingTakesWhatItCan) {
         std::string text;
         std::string bytes;
     } cases[] = {
-        {"aGVq", "hej"},
         {"aGVq====", "hej"},
         {"a G V q", "hej"},
         {"\r\naGVq\n\xFF-_aGVq", "hejhej"},
@@ -64,18 +69,5 @@ TEST(Base64Test, DecodingTakesWhatItCan) {
     };
     for (const auto& row : cases) {
         EXPECT_EQ(decoded(row.text), row.bytes) << row.text;
-    }
-}
-
-TEST(Base64Test, WhateverIsEncodedComesBack) {
-    std::mt19937 random(20);
-    for (std::size_t length = 1; length < 300; ++length) {
-        std::string bytes;
-        while (bytes.size() < length) {
-            bytes += static_cast<char>(random());
-        }
-        const std::string text = encoded(bytes);
-        EXPECT_EQ(text.size(), (length + 2) / 3 * 4);
-        EXPECT_EQ(decoded(text), bytes);
     }
 }

@@ -5,20 +5,15 @@
 #include <string>
 #include <thread>
 
+#include "support/FailureOf.h"
 #include "util/EscapeXml.h"
 
 using namespace std::string_literals;
 using util::StringHelper;
 
-TEST(EscapeXmlTest, OnlyTheFourCharactersOfMarkupChange) {
-    EXPECT_EQ(util::escapeXml("a<b"), "a&lt;b");
-    EXPECT_EQ(util::escapeXml("&amp;"), "&amp;amp;");
-    EXPECT_EQ(util::escapeXml("\"x\" > 'y'\xC3\xA9\x80\n"), "&quot;x&quot; &gt; 'y'\xC3\xA9\x80\n");
-    EXPECT_EQ(util::escapeXml(""), "");
-    EXPECT_EQ(util::escapeXml("a\0<"s), "a\0&lt;"s);
-}
-
-TEST(StringHelperTest, OnlyAsciiLettersAreFolded) {
+TEST(StringHelperTest, OnlyAsciiMarkupIsEscapedAndOnlyAsciiLettersAreFolded) {
+    EXPECT_EQ(util::escapeXml("a\0<&amp;>\"x\" 'y'\xC3\xA9\x80\n"s),
+              "a\0&lt;&amp;amp;&gt;&quot;x&quot; 'y'\xC3\xA9\x80\n"s);
     EXPECT_EQ(StringHelper::toLower("@AZ[`az{ \xC4\xD6\xE5"), "@az[`az{ \xC4\xD6\xE5");
 }
 
@@ -30,9 +25,9 @@ TEST(StringHelperTest, ReplacementsAreNotSearchedAgain) {
         const char* expected;
         std::size_t replacements;
     } cases[] = {
-        {"a.b.c", ".", "..", "a..b..c", 2}, {"aaaa", "aa", "a", "aa", 2},    {"aaa", "aa", "b", "ba", 1},
-        {"abc", "abc", "", "", 1},          {"ab", "abc", "x", "ab", 0},     {"", "a", "b", "", 0},
-        {"abc", "", "x", "abc", 0},         {"xay", "a", "xay", "xxayy", 1},
+        {"a.b.c", ".", "..", "a..b..c", 2}, {"aaaa", "aa", "a", "aa", 2}, {"aaa", "aa", "b", "ba", 1},
+        {"abc", "abc", "", "", 1},          {"ab", "abc", "x", "ab", 0},  {"", "a", "b", "", 0},
+        {"xay", "a", "xay", "xxayy", 1},    {"abc", "", "x", "abc", 0},
     };
     for (const auto& row : cases) {
         std::string text = row.text;
@@ -42,30 +37,19 @@ TEST(StringHelperTest, ReplacementsAreNotSearchedAgain) {
 }
 
 TEST(StringHelperTest, EveryCharacterUpTo255IsNarrowedToItsByte) {
-    std::wstring wide;
-    std::string bytes;
-    for (int i = 1; i < 256; ++i) {
-        wide += static_cast<wchar_t>(i);
-        bytes += static_cast<char>(i);
-    }
-    EXPECT_EQ(StringHelper::narrow(wide), bytes);
+    EXPECT_EQ(StringHelper::narrow(L"a\x7F\x80\xE9\xFF"), "a\x7F\x80\xE9\xFF");
     EXPECT_EQ(StringHelper::narrow(L"ab\0\x100"s), "ab");
     for (const wchar_t beyond : {L'\x100', L'\x10FFFF', static_cast<wchar_t>(-1)}) {
-        try {
-            StringHelper::narrow(L"a"s + beyond);
-            ADD_FAILURE() << static_cast<long>(beyond);
-        } catch (const util::StringHelperException& failure) {
-            EXPECT_STREQ(failure.what(), "Could not get the length of the wide string.");
-        }
+        EXPECT_EQ(
+            support::failureOf<util::StringHelperException>([&] { StringHelper::narrow(L"a"s + beyond); }),
+            "Could not get the length of the wide string.");
     }
 }
 
 TEST(StringHelperTest, TheDirectoryOfAPathEndsInItsSlash) {
     EXPECT_EQ(StringHelper::directoryOf("\"/opt/my server/morvaneserver\""), "/opt/my server/");
-    EXPECT_EQ(StringHelper::directoryOf("./x"), "./");
     EXPECT_EQ(StringHelper::directoryOf("/x"), "/");
     EXPECT_EQ(StringHelper::directoryOf("morvaneserver"), "");
-    EXPECT_EQ(StringHelper::directoryOf(""), "");
 }
 
 TEST(StringHelperTest, RandomBytesVaryAndStartAnewInEachThread) {

@@ -13,60 +13,49 @@
 #include "support/ClassifierTable.h"
 #include "support/StoredClassifier.h"
 #include "support/Xml.h"
+#include "util/StringHelper.h"
 
 namespace halvern::morvane {
 namespace {
 
+using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-// Keeps what it sees, and runs out of memory when told to.
-class RecordingHookFactory final : public XmlHookFactory {
-public:
-    mutable std::vector<std::string> requests;
-    bool outOfMemory = false;
-
-    std::unique_ptr<XmlHook> create() const override { return std::make_unique<Hook>(*this); }
-
-private:
-    class Hook final : public XmlHook {
-    public:
-        explicit Hook(const RecordingHookFactory& factory) : _factory(factory) {}
+// Keeps what its hooks see, and runs out of memory when told to.
+struct RecordingHooks final : public XmlHookFactory {
+    struct Hook final : public XmlHook {
+        explicit Hook(const RecordingHooks& owner) : hooks(owner) {}
         void save(const std::string& request) override {
-            _factory.requests.push_back(request);
-            if (_factory.outOfMemory) {
+            hooks.requests.push_back(request);
+            if (hooks.outOfMemory) {
                 throw std::bad_alloc();
             }
         }
-
-    private:
-        const RecordingHookFactory& _factory;
+        const RecordingHooks& hooks;
     };
+    std::unique_ptr<XmlHook> create() const override { return std::make_unique<Hook>(*this); }
+
+    mutable std::vector<std::string> requests;
+    bool outOfMemory = false;
 };
 
 // Lets everything through, so that what stands behind the real schema shows.
-class LaxSchema {
-public:
-    explicit LaxSchema(const std::string& ns) {
-        windows::com::xml::Document document;
-        document.loadXml(
-            "<xs:schema xmlns:xs='http://www.w3.org/2001/XMLSchema' targetNamespace='" + ns +
-            "'><xs:element name='morvane'><xs:complexType><xs:sequence>"
-            "<xs:any processContents='skip' minOccurs='0' maxOccurs='unbounded'/></xs:sequence>"
-            "<xs:anyAttribute processContents='skip'/></xs:complexType></xs:element></xs:schema>");
-        _cache.add(document, ns);
-    }
-    const windows::com::xml::SchemaCache& cache() const { return _cache; }
-
-private:
-    windows::com::xml::SchemaCache _cache;
-};
+windows::com::xml::SchemaCache laxSchema(const std::string& ns) {
+    windows::com::xml::Document document;
+    document.loadXml("<xs:schema xmlns:xs='http://www.w3.org/2001/XMLSchema' targetNamespace='" + ns +
+                     "'><xs:element name='morvane'><xs:complexType><xs:sequence>"
+                     "<xs:any processContents='skip' minOccurs='0' maxOccurs='unbounded'/></xs:sequence>"
+                     "<xs:anyAttribute processContents='skip'/></xs:complexType></xs:element></xs:schema>");
+    windows::com::xml::SchemaCache cache;
+    cache.add(document, ns);
+    return cache;
+}
 
 class XmlClassifierTest : public testing::Test, public support::ClassifierTable {
 protected:
-    // The whole request with this content.
     std::string request(const std::string& content, const std::string& version = "1.01") const {
         return "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<morvane xmlns=\"" +
                _requestSchema.targetNamespace() + "\" version=\"" + version + "\">" + content + "</morvane>";
@@ -78,15 +67,10 @@ protected:
         return TEXTS + "<readCalls>" + calls + "</readCalls>";
     }
 
-    std::unique_ptr<StringClassifier> make(const windows::com::xml::SchemaCache& cache) {
-        return XmlClassifierFactoryImpl(table, _responses, _errors, _hooks, cache,
-                                        _requestSchema.targetNamespace(), "root", log)
-            .create();
-    }
     // The answer to these bytes, which the response schema must admit.
     std::string answerTo(const std::string& bytes) {
         std::string out = "left from before";
-        EXPECT_EQ(&make(_requestSchema.cache())->handle(out, bytes), &out);
+        EXPECT_EQ(&_judging->handle(out, bytes), &out);
         EXPECT_EQ(_responseSchema.problemOf(out), "") << out;
         return out;
     }
@@ -96,9 +80,16 @@ protected:
     // The answer to a request that no schema has looked at.
     std::string askUnjudged(const std::string& content, const std::string& version = "1.01") {
         std::string out;
-        return make(_laxSchema.cache())->handle(out, request(content, version));
+        return _unjudging->handle(out, request(content, version));
     }
     void prepare(const std::string& calls) { ASSERT_THAT(ask(writes(calls)), HasSubstr("\"2000\"")); }
+    // Removes the classifier "a", and makes it anew if there are calls for that.
+    void start(const std::string& calls) {
+        prepare("<remove id='r'/>");
+        if (!calls.empty()) {
+            prepare(calls);
+        }
+    }
 
     std::string head(const std::string& version = "1.01") const {
         return "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<morvane xmlns=\"" +
@@ -124,24 +115,18 @@ protected:
                       "behaviour). Please fix the error and try again.\n");
     }
 
-    // What memory and disk say of the classifier "a": name:unique/total for each class, or "none".
+    // What memory and disk both say of the classifier "a": name:unique/total for each class, or "none".
     std::string state() {
-        std::string onDisk = "none";
-        if (files.exists("root/a.dat")) {
-            const auto stored = factory.create(callbackFactory);
-            stored->setTrainingData(files.load("root/a.dat"));
-            onDisk = describe(*stored);
+        if (!files.exists("root/a.dat")) {
+            EXPECT_THROW(table.get("root/a.dat"), ClassifierNotFoundException);
+            return "none";
         }
-        std::string inMemory = "none";
-        try {
-            inMemory = describe(table.get("root/a.dat")->getClassifier());
-        } catch (const ClassifierNotFoundException&) {
-        }
-        return inMemory == onDisk ? onDisk : "memory " + inMemory + ", disk " + onDisk;
-    }
-    static std::string describe(const classifier::Classifier& classifier) {
+        const auto live = table.get("root/a.dat");
+        util::Bytes data;
+        live->getClassifier().getTrainingData(data);
+        EXPECT_EQ(data, files.load("root/a.dat"));
         std::string text = "[";
-        for (const auto& each : classifier.getInformation()) {
+        for (const auto& each : live->getClassifier().getInformation()) {
             text += each.name + ":" + std::to_string(each.uniqueFeatures) + "/" +
                     std::to_string(each.totalCount) + " ";
         }
@@ -155,10 +140,21 @@ protected:
 
     const support::LoadedSchema _requestSchema{MORVANE_SCHEMAS "/server/RequestSchema.xsd"};
     const support::LoadedSchema _responseSchema{MORVANE_SCHEMAS "/server/ResponseSchema.xsd"};
-    const LaxSchema _laxSchema{_requestSchema.targetNamespace()};
+    const windows::com::xml::SchemaCache _laxSchema = laxSchema(_requestSchema.targetNamespace());
     const XmlResponseFactoryImpl _responses{_responseSchema.targetNamespace()};
     const XmlErrorResponseFactoryImpl _errors{_responseSchema.targetNamespace(), _responseSchema.version()};
-    RecordingHookFactory _hooks;
+    RecordingHooks _hooks;
+
+private:
+    std::unique_ptr<StringClassifier> make(const windows::com::xml::SchemaCache& cache) {
+        return XmlClassifierFactoryImpl(table, _responses, _errors, _hooks, cache,
+                                        _requestSchema.targetNamespace(), "root", log)
+            .create();
+    }
+
+    // One object answers all requests of a test, whatever became of those before.
+    const std::unique_ptr<StringClassifier> _judging = make(_requestSchema.cache());
+    const std::unique_ptr<StringClassifier> _unjudging = make(_laxSchema);
 };
 
 const std::string FILLED =
@@ -206,57 +202,77 @@ TEST_F(XmlClassifierTest, AnswersAreTheseBytes) {
     EXPECT_TRUE(log.entries().empty());
 }
 
-TEST_F(XmlClassifierTest, FailedWriteCallSaysWhyAndLeavesTheOldState) {
-    const std::string notFound = "The requested classifier could not be found. 'root/a.dat'.";
-    const std::string inMemory =
-        "Trying to create a classifier that already exists (in memory) 'root/a.dat'.";
-    const std::string marked = "Trying to get a classifier that has been marked for deletion 'root/a.dat'.";
-    const std::string NONE;
+TEST_F(XmlClassifierTest, KeywordsSpeakForAClassMoreThanChanceDoes) {
+    std::string words;
+    for (char letter = 'a'; letter <= 'z'; ++letter) {
+        words += std::string("1") + letter + " 2" + letter + " ";
+    }
+    const std::string texts = "<texts><text id='x'>xx</text><text id='w'>" + words + "</text></texts>";
     const struct {
-        const std::string& before;
-        const char* calls;  // the one that fails has the id 1
-        const char* method;
-        std::string text;
-        const char* maxSize = "";
+        const char* calls;
+        const char* asked;
+        std::size_t keywords;
     } rows[] = {
-        {NONE, "<addClass id='1' className='x'/>", "addClass", notFound},
-        {NONE, "<removeClass id='1' className='x'/>", "removeClass", notFound},
-        {NONE, "<train id='1' className='x' textId='hej'/>", "train", notFound},
-        {NONE, "<untrain id='1' className='x' textId='hej'/>", "untrain", notFound},
-        {NONE, "<create id='0'/><create id='1'/>", "create", inMemory},
-        {NONE, "<create id='0'/><addClass id='2' className='x'/><addClass id='1' className='x'/>", "addClass",
-         "Trying to add an already existing class with the name 'x'. Use classExists to find out if a class "
-         "already is added."},
-        {NONE, "<create id='0'/><addClass id='1' className=''/>", "addClass",
-         "Trying to add a class with an empty name."},
-        {FILLED, "<create id='1'/>", "create", inMemory},
-        {FILLED, "<remove id='0'/><create id='1'/>", "create", inMemory},
-        {FILLED, "<remove id='0'/><addClass id='1' className='x'/>", "addClass", marked},
-        {FILLED, "<addClass id='1' className='eng'/>", "addClass",
-         "Trying to add an already existing class with the name 'eng'. Use classExists to find out if a "
-         "class "
-         "already is added."},
-        {FILLED, "<addClass id='0' className='x'/><removeClass id='1' className='Eng'/>", "removeClass",
-         "Trying to remove a nonexisting class with the name 'Eng'."},
-        {FILLED, "<train id='0' className='eng' textId='hej'/><train id='1' className='' textId='hej'/>",
-         "train", "When training the classifier the class name must at least have one character."},
-        {FILLED, "<train id='1' className='x' textId='hej'/>", "train",
-         "Trying to train on a class that doesn't exist. Class name 'x'."},
-        {FILLED, "<untrain id='0' className='swe' textId='hej'/><untrain id='1' className='' textId='hej'/>",
-         "untrain", "When untraining the classifier the class name must at least have one character."},
-        {FILLED, "<removeClass id='0' className='swe'/><untrain id='1' className='swe' textId='hej'/>",
-         "untrain", "Trying to untrain on a class that doesn't exist. Class name 'swe'."},
-        {FILLED, "<addClass id='0' className='x'/><train id='1' className='x' textId='hej'/>", "train",
-         "The classifier has reached the maximum allowed size of 1 bytes.", " maxSize='1'"},
+        {"<create id='0'/><addClass id='1' className='a'/><train id='2' className='a' textId='x'/>", "x", 1},
+        // Two classes: half of a word's weight is not above 0.6. Three: 0.4881 is above 0.45.
+        {"<addClass id='1' className='b'/><train id='2' className='b' textId='x'/>", "x", 0},
+        {"<addClass id='1' className='c'/><train id='2' className='a' textId='x'/>", "x", 1},
+        {"<train id='2' className='c' textId='w'/>", "w", 30},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.calls);
-        prepare("<remove id='r'/>");
-        if (!row.before.empty()) {
-            prepare(row.before);
-        }
-        EXPECT_EQ(ask(writes(row.calls, row.maxSize)), writeFailure(row.method, 4000, row.text));
+        ask(texts + "<writeCalls classifierName='a'>" + row.calls + "</writeCalls>");
+        std::string answer = ask(texts + "<readCalls><classifyKeywords id='1' classifierName='a' textId='" +
+                                 row.asked + "'/></readCalls>");
+        EXPECT_EQ(util::StringHelper::replaceAll(answer, "<keyword ", ""), row.keywords) << answer;
+    }
+}
+
+TEST_F(XmlClassifierTest, FailedCallSaysWhyAndTakesAllBack) {
+    const std::string noneAtB = "The requested classifier could not be found. 'root/B.dat'.";
+    const std::string create = "<writeCalls classifierName='B'><create id='w'/></writeCalls>";
+    const std::string sound = "<getInformation id='0' classifierName='a'/>";
+    const struct {
+        const std::string before;
+        std::string content;  // the call that fails has the id 1
+        std::string answer;
+    } rows[] = {
+        {"", writes("<train id='1' className='x' textId='hej'/>"),
+         writeFailure("train", 4000, "The requested classifier could not be found. 'root/a.dat'.")},
+        {"", writes("<create id='0'/><addClass id='2' className='x'/><addClass id='1' className='x'/>"),
+         writeFailure("addClass", 4000,
+                      "Trying to add an already existing class with the name 'x'. Use classExists to find "
+                      "out if a class already is added.")},
+        {FILLED, writes("<remove id='0'/><create id='1'/>"),
+         writeFailure("create", 4000,
+                      "Trying to create a classifier that already exists (in memory) 'root/a.dat'.")},
+        {FILLED, writes("<remove id='0'/><addClass id='1' className='x'/>"),
+         writeFailure("addClass", 4000,
+                      "Trying to get a classifier that has been marked for deletion 'root/a.dat'.")},
+        {FILLED,
+         writes("<train id='0' className='eng' textId='hej'/><train id='1' className='' textId='hej'/>"),
+         writeFailure("train", 4000,
+                      "When training the classifier the class name must at least have one character.")},
+        {FILLED,
+         writes("<removeClass id='0' className='swe'/><untrain id='1' className='swe' textId='hej'/>"),
+         writeFailure("untrain", 4000, "Trying to untrain on a class that doesn't exist. Class name 'swe'.")},
+        // A failed read keeps the writes from running; what the same request makes is none yet.
+        {FILLED, reads(sound + "<getInformation id='1' classifierName='B'/>") + create,
+         readFailure("getInformation", 4000, noneAtB)},
+        {FILLED, create + "<readCalls>" + sound + "<getInformation id='1' classifierName='B'/></readCalls>",
+         readFailure("getInformation", 4000, noneAtB)},
+        {FILLED, reads("<classify id='1' classifierName='B' textId='hej'/>") + create,
+         readFailure("classify", 4000, noneAtB)},
+        {FILLED, reads("<classifyKeywords id='1' classifierName='c' textId='hej'/>") + create,
+         readFailure("classifyKeywords", 4000,
+                     "Trying to classify a text before any classes have been added!")},
+    };
+    ASSERT_THAT(ask("<writeCalls classifierName='c'><create id='1'/></writeCalls>"), HasSubstr("\"2000\""));
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.content);
+        start(row.before);
+        EXPECT_EQ(ask(row.content), row.answer);
         EXPECT_EQ(state(), row.before.empty() ? "none" : FILLED_STATE);
+        EXPECT_FALSE(files.exists("root/b.dat"));
     }
     files.put("root/b.dat", "");
     EXPECT_EQ(ask("<writeCalls classifierName='B'><create id='1'/></writeCalls>"),
@@ -265,139 +281,81 @@ TEST_F(XmlClassifierTest, FailedWriteCallSaysWhyAndLeavesTheOldState) {
     EXPECT_TRUE(log.entries().empty());
 }
 
-TEST_F(XmlClassifierTest, FailedReadCallSaysWhyAndKeepsTheWritesFromRunning) {
-    prepare("<create id='1'/>");
-    files.put("root/broken.dat", "x");
-    const struct {
-        const char* call;
-        const char* method;
-        const char* text;
-    } rows[] = {
-        {"<classify id='1' classifierName='B' textId='hej'/>", "classify",
-         "The requested classifier could not be found. 'root/B.dat'."},
-        {"<classifyKeywords id='1' classifierName='b' textId='hej'/>", "classifyKeywords",
-         "The requested classifier could not be found. 'root/b.dat'."},
-        {"<getInformation id='1' classifierName='b'/>", "getInformation",
-         "The requested classifier could not be found. 'root/b.dat'."},
-        {"<classify id='1' classifierName='a' textId='hej'/>", "classify",
-         "Trying to classify a text before any classes have been added!"},
-        {"<classifyKeywords id='1' classifierName='a' textId='hej'/>", "classifyKeywords",
-         "Trying to classify a text before any classes have been added!"},
-    };
-    const std::string write = "<writeCalls classifierName='b'><create id='w'/></writeCalls>";
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.call);
-        const std::string sound = "<getInformation id='0' classifierName='a'/>";
-        EXPECT_EQ(ask(reads(sound + row.call) + write), readFailure(row.method, 4000, row.text));
-        EXPECT_FALSE(files.exists("root/b.dat"));
-    }
-    EXPECT_TRUE(log.entries().empty());
-
-    const std::string answer = ask(reads("<getInformation id='1' classifierName='broken'/>"));
-    EXPECT_THAT(answer,
-                StartsWith(head() + "\t<status success=\"false\" statusCode=\"4000\">The data that the "
-                                    "Classifier is being set with seems to be corrupt. "));
-    EXPECT_THAT(answer, HasSubstr("\nCall id: 1\nReadCall: getInformation\n"));
-}
-
-TEST_F(XmlClassifierTest, FailureOfTheDiskIsTheServersOwn) {
-    prepare(FILLED);
-    files.put("root/b.dat", "x");
-
-    files.failingLoad = 1;
-    EXPECT_EQ(ask(reads("<getInformation id='1' classifierName='b'/>")),
-              readFailure("getInformation", 5000, "The disk can't be read."));
-    EXPECT_TRUE(log.has(logLevel::error,
-                        "Caught an exception while iterating calls. Method: getInformation. "
-                        "The disk can't be read."));
-
-    files.failingSave = 1;
-    EXPECT_EQ(ask(writes("<train id='1' className='eng' textId='hej'/>")),
-              failure(5000, "An error occurred when executing a classifier query.\n\nThe disk is full."));
-    EXPECT_TRUE(log.has(logLevel::error,
-                        "An error occurred when executing a classifier query.\n\nThe disk is full."));
-    EXPECT_EQ(state(), FILLED_STATE);
-
-    files.failingRemove = 1;
-    EXPECT_EQ(
-        ask(writes("<remove id='1'/>")),
-        failure(5000, "An error occurred when executing a classifier query.\n\nThe disk is read-only."));
-    EXPECT_EQ(state(), FILLED_STATE);
-}
-
-TEST_F(XmlClassifierTest, ShortMemoryIsThrownOnAndRolledBack) {
-    prepare(FILLED);
-    files.put("root/b.dat", "x");
-    files.outOfMemory = true;
-    const std::string line =
-        "A std exception occured when trying to read xml parameters, exception type: std::bad_alloc";
-    std::string out;
-
-    files.failingSave = 1;
-    EXPECT_THROW(make(_requestSchema.cache())
-                     ->handle(out, request(writes("<train id='1' className='eng' textId='hej'/>"))),
-                 std::bad_alloc);
-    EXPECT_EQ(state(), FILLED_STATE);
-    files.failingLoad = 1;
-    EXPECT_THROW(make(_requestSchema.cache())
-                     ->handle(out, request(reads("<getInformation id='1' classifierName='b'/>"))),
-                 std::bad_alloc);
-    _hooks.outOfMemory = true;
-    EXPECT_THROW(make(_requestSchema.cache())->handle(out, request(writes("<remove id='1'/>"))),
-                 std::bad_alloc);
-    EXPECT_EQ(state(), FILLED_STATE);
-    ASSERT_EQ(log.entries().size(), 3u);
-    for (const auto& entry : log.entries()) {
-        EXPECT_EQ(entry.level, logLevel::error);
-        EXPECT_EQ(entry.text, line);
-    }
-}
-
 TEST_F(XmlClassifierTest, SizeLimitLooksAtTheFileBeforeEachTrain) {
     prepare(FILLED);
-    const std::string size = std::to_string(table.getSize("root/a.dat"));
-    const std::string oneMore = std::to_string(table.getSize("root/a.dat") + 1);
-    const std::string refused = writeFailure(
-        "train", 4000, "The classifier has reached the maximum allowed size of " + size + " bytes.");
-    const std::string train = "<train id='1' className='eng' textId='hej'/>";
+    const std::uint64_t size = table.getSize("root/a.dat");
     const std::string number = "An error occurred when executing a classifier query.\n\n";
-    const struct {
-        std::string maxSize;
-        std::string answer;  // empty: it runs
-    } rows[] = {
-        {size, refused},
-        {oneMore, ""},
-        {"0", ""},
-        {"-1", ""},
-        {"-2147483648", ""},
-        {"2147483647", ""},
-        {"2147483648", failure(5000, number + "Error converting [2147483648] to a number. The number is too "
-                                              "large.")},
+    const std::string runs =
+        "\t<writeCalls>\n\t\t<addClass id=\"0\"/>\n\t\t<train id=\"1\"/>\n"
+        "\t\t<train id=\"2\"/>\n\t</writeCalls>\n";
+    const std::string tooLarge = "The classifier has reached the maximum allowed size of ";
+    const std::pair<std::string, std::string> rows[] = {
+        {std::to_string(size), writeFailure("train", 4000, tooLarge + std::to_string(size) + " bytes.")},
+        // The file of before is what counts, not what the sequence has added.
+        {std::to_string(size + 1), success(runs)},
+        {"0", success(runs)},
+        {"-2147483648", success(runs)},
+        {"2147483648",
+         failure(5000, number + "Error converting [2147483648] to a number. The number is too large.")},
         {"x", failure(5000, number + "Error parsing the string [x] to a number")},
-        {"", failure(5000, number + "The empty string cannot be parsed into an integer")},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.maxSize);
-        prepare("<remove id='r'/>");
-        prepare(FILLED);
-        const std::string limit = " maxSize='" + row.maxSize + "'";
-        const std::string answer = ask(writes(train, limit));
-        EXPECT_EQ(answer, row.answer.empty()
-                              ? success("\t<writeCalls>\n\t\t<train id=\"1\"/>\n\t</writeCalls>\n")
-                              : row.answer);
-        EXPECT_EQ(state(), row.answer.empty() ? "[eng:1/1 swe:3/3 ]" : FILLED_STATE);
+    for (const auto& [maxSize, answer] : rows) {
+        start(FILLED);
+        EXPECT_EQ(ask(writes("<addClass id='0' className='x'/><train id='1' className='x' textId='hej du'/>"
+                             "<train id='2' className='eng' textId='hej'/>",
+                             " maxSize='" + maxSize + "'")),
+                  answer);
+        EXPECT_EQ(state(), answer == success(runs) ? "[eng:1/1 swe:3/3 x:3/3 ]" : FILLED_STATE) << maxSize;
     }
-    // Nothing else is limited, and the file of before is what counts, not what the sequence has added.
-    prepare("<remove id='r'/>");
-    prepare(FILLED);
-    EXPECT_THAT(
-        ask(writes("<train id='0' className='eng' textId='hej du'/>" + train, " maxSize='" + oneMore + "'")),
-        HasSubstr("\"2000\""));
-    EXPECT_THAT(ask(writes("<untrain id='0' className='eng' textId='hej du'/><addClass id='2' className='x'/>"
-                           "<removeClass id='3' className='swe'/>",
+    // Nothing but training is limited.
+    EXPECT_THAT(ask(writes("<untrain id='0' className='swe' textId='hej'/><addClass id='2' className='x'/>"
+                           "<removeClass id='3' className='eng'/>",
                            " maxSize='1'")),
                 HasSubstr("\"2000\""));
-    EXPECT_EQ(state(), "[eng:1/1 x:0/0 ]");
+    EXPECT_EQ(state(), "[swe:2/2 x:0/0 ]");
+}
+
+TEST_F(XmlClassifierTest, FailureOfDiskOrMemoryIsTheServersOwn) {
+    prepare(FILLED);
+    files.put("root/b.dat", "x");
+    const std::string query = "An error occurred when executing a classifier query.\n\n";
+    const std::string load = reads("<getInformation id='1' classifierName='b'/>");
+    const struct {
+        int& countdown;
+        std::string content;
+        std::string answer;
+        std::string line;
+    } rows[] = {
+        {files.failingLoad, load, readFailure("getInformation", 5000, "The disk can't be read."),
+         "Caught an exception while iterating calls. Method: getInformation. The disk can't be read."},
+        {files.failingSave, writes("<train id='1' className='eng' textId='hej'/>"),
+         failure(5000, query + "The disk is full."), query + "The disk is full."},
+        {files.failingRemove, writes("<remove id='1'/>"), failure(5000, query + "The disk is read-only."),
+         query + "The disk is read-only."},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.content);
+        row.countdown = 1;
+        EXPECT_EQ(ask(row.content), row.answer);
+        EXPECT_TRUE(log.has(logLevel::error, row.line));
+        EXPECT_EQ(state(), FILLED_STATE);
+        row.countdown = 1;
+        files.outOfMemory = true;
+        EXPECT_THROW(ask(row.content), std::bad_alloc);
+        files.outOfMemory = false;
+        EXPECT_EQ(log.entries().back().level, logLevel::error);
+        EXPECT_EQ(log.entries().back().text,
+                  "A std exception occured when trying to read xml parameters, exception type: "
+                  "std::bad_alloc");
+        EXPECT_EQ(state(), FILLED_STATE);
+    }
+    EXPECT_EQ(log.entries().size(), 6u);
+    EXPECT_THAT(ask(load),
+                StartsWith(head() + "\t<status success=\"false\" statusCode=\"4000\">The data that "
+                                    "the Classifier is being set with seems to be corrupt. "));
+    _hooks.outOfMemory = true;
+    EXPECT_THROW(ask(writes("<remove id='1'/>")), std::bad_alloc);
+    EXPECT_EQ(state(), FILLED_STATE);
 }
 
 TEST_F(XmlClassifierTest, RequestThatIsNotOneIsRefusedUnrun) {
@@ -405,61 +363,39 @@ TEST_F(XmlClassifierTest, RequestThatIsNotOneIsRefusedUnrun) {
     const std::string sound = request(create);
     const std::string invalid =
         "Validation of an request failed, please verify your that your XML is correct.Problems validating "
-        "the "
-        "xml document.\r\nError Code: ";
+        "the xml document.\r\nError Code: ";
     const std::string unread =
         "Caught XMLException exception while trying to read xml parameters. Error when loading the XML "
-        "document "
-        "from the memory.\n\nError Code: ";
-    const auto named = [&](const std::string& name) {
-        return request("<writeCalls classifierName='" + name + "'><create id='1'/></writeCalls>");
-    };
+        "document from the memory.\n\nError Code: ";
     const struct {
         std::string bytes;
         const std::string& start;
         const char* part;
     } rows[] = {
         {"", unread, ""},
-        {"no XML", unread, ""},
         {sound.substr(0, sound.size() - 1), unread, ""},
-        {std::string("\0", 1) + sound, unread, ""},
         {sound.substr(0, 60) + std::string("\0", 1) + sound.substr(60), unread, ""},
-        {"<?xml version='1.0'?><!DOCTYPE morvane [<!ENTITY x SYSTEM 'file:///etc/passwd'>]>" +
-             request(create).substr(41),
-         unread, "A document type declaration is not allowed."},
+        {"<!DOCTYPE morvane>" + sound.substr(41), unread, "A document type declaration is not allowed."},
         {"<morvane/>", invalid, ""},
-        {request(""), invalid, ""},
-        {request(TEXTS), invalid, ""},
         {request(create, "2.00"), invalid, "version"},
-        {request(reads("<create id='1'/>")), invalid, "create"},
-        {request(create + create), invalid, ""},
-        {request(writes("<create id='1'/><remove id='1'/>")), invalid, ""},
-        {request("<readCalls><classify id='1' classifierName='a' textId='hej'/></readCalls>"), invalid, ""},
-        {request(writes("<create id='1'/><train id='2' className='x' textId='HEJ'/>")), invalid, ""},
-        {named("../a"), invalid, "classifierName"},
-        {named("..&#x2F;a"), invalid, "classifierName"},
-        {named("/etc/a"), invalid, "classifierName"},
-        {named(".a"), invalid, "classifierName"},
-        {named("..\\a"), invalid, "classifierName"},
-        {named(""), invalid, "classifierName"},
+        {request(writes("<create id='1'/><train id='2' className='x' textId='HEJ'/>")), invalid, "HEJ"},
+        {request("<writeCalls classifierName='../a'><create id='1'/></writeCalls>"), invalid,
+         "classifierName"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.bytes);
         const std::size_t lines = log.entries().size();
-        const std::string answer = answerTo(row.bytes);
-        const std::string status = head() + "\t<status success=\"false\" statusCode=\"4000\">";
         // The client's own line doesn't come back; the log has it.
-        EXPECT_THAT(answer, StartsWith(status + row.start));
-        EXPECT_THAT(answer, HasSubstr(row.part));
-        EXPECT_THAT(answer, Not(HasSubstr("Error line")));
-        EXPECT_THAT(answer, EndsWith(" Error code: 0.\t</status>\n</morvane>"));
+        EXPECT_THAT(answerTo(row.bytes),
+                    AllOf(StartsWith(head() + "\t<status success=\"false\" statusCode=\"4000\">" + row.start),
+                          HasSubstr(row.part), Not(HasSubstr("Error line")),
+                          EndsWith(" Error code: 0.\t</status>\n</morvane>")));
         EXPECT_EQ(_hooks.requests.back(), row.bytes);
         const bool logged = &row.start == &invalid;
         ASSERT_EQ(log.entries().size(), lines + (logged ? 1 : 0));
         if (logged) {
             EXPECT_EQ(log.entries().back().level, logLevel::log);
-            EXPECT_THAT(log.entries().back().text, StartsWith(row.start));
-            EXPECT_THAT(log.entries().back().text, HasSubstr("\nError line: "));
+            EXPECT_THAT(log.entries().back().text, AllOf(StartsWith(row.start), HasSubstr("\nError line: ")));
         }
     }
     EXPECT_TRUE(files.names().empty());
@@ -494,16 +430,15 @@ TEST_F(XmlClassifierTest, StandsWithoutTheSchema) {
     const std::string escaping =
         "The classifier 'root/../a.dat' can't be used, since its file would not lie "
         "directly in the classifier root directory.";
-    const std::string noNode = "Error when getting the node from the nodelist.\n\n";
+    const std::string noNode = "\"5000\">Error when getting the node from the nodelist.\n\n";
     const std::string noAttribute = "' from an element.\n\n";
+    const std::string unread = "\"4000\">Caught XMLException exception while trying to read xml parameters. ";
+    const std::string prefix = "xmlns:x='" + _requestSchema.targetNamespace() + "' ";
     const struct {
         std::string content;
         std::string part;
     } rows[] = {
-        {reads("<create id='1'/>"),
-         readFailure("create", 4000, "The method create is not supported in the readCalls sequence.")},
-        {reads("<x:classify xmlns:x='" + _requestSchema.targetNamespace() +
-               "' id='1' classifierName='a' textId='hej'/>"),
+        {reads("<x:classify " + prefix + "id='1' classifierName='a' textId='hej'/>"),
          readFailure("x:classify", 4000,
                      "The method x:classify is not supported in the readCalls sequence.")},
         {writes("<addClass id='0' className='x'/><classify id='1'/>"),
@@ -516,24 +451,17 @@ TEST_F(XmlClassifierTest, StandsWithoutTheSchema) {
         {"<writeCalls classifierName='../a'><create id='1'/></writeCalls>",
          writeFailure("create", 4000, escaping)},
         // What can't be read outside of a call is the request's fault, within it the server's.
-        {reads("<classify/>"),
-         "\"4000\">Caught XMLException exception while trying to read xml parameters. "
-         "Error when getting the attribute 'id" +
-             noAttribute},
+        {reads("<classify/>"), unread + "Error when getting the attribute 'id" + noAttribute},
         {"<writeCalls><create id='1'/></writeCalls>",
-         "\"4000\">Caught XMLException exception while trying to read xml parameters. Error when getting the "
-         "attribute 'classifierName" +
-             noAttribute},
-        {reads("<classify id='1' textId='hej'/>"),
-         "\"5000\">Error when getting the attribute 'classifierName" + noAttribute},
+         unread + "Error when getting the attribute 'classifierName" + noAttribute},
         {writes("<addClass id='1'/>"), "\"5000\">Error when getting the attribute 'className" + noAttribute},
         {writes("<train id='1' className='eng'/>"),
          "\"5000\">Error when getting the attribute 'textId" + noAttribute},
         // The text is looked for before the classifier.
-        {reads("<classify id='1' classifierName='b' textId='HEJ'/>"), "\"5000\">" + noNode},
-        {writes("<train id='1' className='eng' textId=\"1' or '1\"/>"), "\"5000\">" + noNode},
-        {"<texts><x:textBase64 xmlns:x='" + _requestSchema.targetNamespace() +
-             "' id='1'/></texts><readCalls><classify id='1' classifierName='a' textId='1'/></readCalls>",
+        {reads("<classify id='1' classifierName='b' textId='HEJ'/>"), noNode},
+        {writes("<train id='1' className='eng' textId=\"1' or '1\"/>"), noNode},
+        {"<texts><x:textBase64 " + prefix +
+             "id='1'/></texts><readCalls><classify id='1' classifierName='a' textId='1'/></readCalls>",
          readFailure("classify", 4000,
                      "Unrecognized text element name x:textBase64. textBase64 was expected.")},
     };
@@ -548,37 +476,20 @@ TEST_F(XmlClassifierTest, StandsWithoutTheSchema) {
     EXPECT_THAT(askUnjudged(reads(""), "x"),
                 HasSubstr("\"5000\">An error occurred when executing a classifier "
                           "query.\n\nError parsing the string [x] to a double."));
-}
 
-TEST_F(XmlClassifierTest, PlainTextGoesBeforeBase64AndThenTheFirstCounts) {
-    prepare(FILLED);
+    // A plain text goes before one in Base64, and then the first counts: "ni" is new, "hej" isn't.
     const std::string texts =
-        "<texts><textBase64 id='1'>aGVq</textBase64><text id='1'>ni</text><text id='1'>du</text>"
+        "<texts><textBase64 id='1'>aGVq</textBase64><text id='1'>ni</text><text id='1'>hej</text>"
         "<textBase64 id='2'>aGVq</textBase64><textBase64 id='2'>bmk=</textBase64></texts>";
-    // "ni" is new to the class; "hej" is not.
     EXPECT_THAT(
-        askUnjudged(texts + "<writeCalls classifierName='a'><train id='1' className='eng' textId='1'/>"
-                            "<untrain id='2' className='swe' textId='2'/></writeCalls>"),
-        HasSubstr("\"2000\""));
-    EXPECT_EQ(state(), "[eng:1/1 swe:2/2 ]");
-    for (const char* token : {"ni", "hej"}) {
-        SCOPED_TRACE(token);
-        const std::string answer =
-            ask(std::string("<texts><text id='1'>") + token +
-                "</text></texts><readCalls><classify id='1' classifierName='a' textId='1'/></readCalls>");
-        EXPECT_THAT(answer,
-                    HasSubstr(token == std::string("ni") ? "textCoverage=\"1\"" : "textCoverage=\"0\""));
-    }
+        askUnjudged(texts + "<readCalls><classify id='1' classifierName='a' textId='1'/></readCalls>"),
+        HasSubstr("textCoverage=\"0\""));
+    EXPECT_THAT(
+        askUnjudged(texts + "<readCalls><classify id='1' classifierName='a' textId='2'/></readCalls>"),
+        HasSubstr("textCoverage=\"1\""));
 }
 
 TEST_F(XmlClassifierTest, CallsSeeWhatStandsBeforeThem) {
-    // A read of a classifier that the same request would make finds none, and then none is made.
-    EXPECT_EQ(
-        ask(writes("<create id='w'/>") +
-            "<readCalls><getInformation id='1' classifierName='a'/></readCalls>"),
-        readFailure("getInformation", 4000, "The requested classifier could not be found. 'root/a.dat'."));
-    EXPECT_EQ(state(), "none");
-
     prepare(FILLED);
     const std::size_t changes = files.changeCount();
     // Trained, taken back and trained again in one sequence, compacted in between by a class that goes.
@@ -614,19 +525,6 @@ TEST_F(XmlClassifierTest, ShareThatIsNoNumberStillFitsTheResponseSchema) {
         EXPECT_THAT(answer, HasSubstr(row.classify));
         EXPECT_THAT(answer, HasSubstr(row.keywords));
     }
-}
-
-TEST_F(XmlClassifierTest, EachRequestOfOneObjectStandsForItself) {
-    const auto classifier = make(_requestSchema.cache());
-    std::string out;
-    classifier->handle(out, request(writes("<create id='1'/>")));
-    EXPECT_EQ(classifier->handle(out, request(reads("<getInformation id='2' classifierName='a'/>"), "1.00")),
-              success("\t<readCalls>\n\t\t<getInformation id=\"2\">\n\t\t\t<classes>\n\t\t\t</classes>\n"
-                      "\t\t</getInformation>\n\t</readCalls>\n",
-                      "1.00"));
-    EXPECT_THAT(classifier->handle(out, "x"), HasSubstr("\"4000\""));
-    EXPECT_EQ(classifier->handle(out, request(writes("<remove id='3'/>"))),
-              success("\t<writeCalls>\n\t\t<remove id=\"3\"/>\n\t</writeCalls>\n"));
 }
 
 }  // namespace
