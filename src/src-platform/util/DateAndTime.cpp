@@ -6,7 +6,7 @@
 
 namespace util {
 
-std::string DateAndTime::now() {
+FixedStream<128> DateAndTime::now() noexcept {
     const std::time_t seconds = std::time(nullptr);
     std::tm local{};
     localtime_r(&seconds, &local);
@@ -14,7 +14,9 @@ std::string DateAndTime::now() {
     // The process stays in the POSIX locale, so the names of days and months are English.
     const std::size_t ret = std::strftime(text, sizeof(text), "%a %b %e %H:%M:%S %Y", &local);
     CHECK(ret);
-    return std::string(text, ret);
+    FixedStream<128> now;
+    now << text;
+    return now;
 }
 
 }  // namespace util

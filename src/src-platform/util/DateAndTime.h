@@ -1,6 +1,6 @@
 #pragma once
 
-#include <string>
+#include "util/FixedStream.h"
 
 namespace util {
 
@@ -8,8 +8,8 @@ namespace util {
 class DateAndTime {
 public:
     // The present local time in the form of asctime without its line feed, 24 characters: "Wed Nov 18
-    // 13:25:51 2026".
-    static std::string now();
+    // 13:25:51 2026". Needs no heap of its own, for reports of a process that has none left.
+    static FixedStream<128> now() noexcept;
 };
 
 }  // namespace util

@@ -135,8 +135,8 @@ std::string LogImpl::entryOrBareText(std::uint32_t level, const std::string& tex
 
 std::string LogImpl::entry(std::uint32_t level, const std::string& text) const {
     util::StringStream<4096> entry;
-    entry << util::DateAndTime::now() << " [" << logLevel::toString(level) << "] [ThreadId: " << gettid()
-          << "]";
+    entry << util::DateAndTime::now().str() << " [" << logLevel::toString(level)
+          << "] [ThreadId: " << gettid() << "]";
     if (_logMemory) {
         try {
             const std::uint64_t available = _memoryStatus.available();

@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <string>
 
 #include "exceptions/IllegalArgumentException.h"
@@ -70,20 +74,25 @@ TEST(SystemErrorTextTest, UnknownCodesTakeTheMappersWords) {
     class Mapper final : public platform::errorresources::ErrorMapper {
     public:
         Mapping map(std::int32_t code) const override {
-            return code == 10061 ? Mapping{true, "Connection refused"} : Mapping{false, nullptr};
+            return code == 10061   ? Mapping{true, "Connection refused"}
+                   : code == 10063 ? Mapping{true, LONG.c_str()}
+                                   : Mapping{false, nullptr};
         }
+        const std::string LONG = std::string(1000, 'x') + ".";
     };
     using platform::errorresources::systemErrorText;
     const Mapper mapper;
     EXPECT_EQ(systemErrorText(10061, &mapper),
               "System error message: Connection refused. Error code: 10061.");
+    EXPECT_EQ(systemErrorText(10063, &mapper),
+              "System error message: " + mapper.LONG + " Error code: 10063.");
     EXPECT_EQ(systemErrorText(10062, &mapper),
               "System error message: Error message not found. Error code: 10062.");
 }
 
 TEST(DateAndTimeTest, HasTheFormOfAsctime) {
     std::tm parsed{};
-    const std::string now = util::DateAndTime::now();
+    const std::string now = util::DateAndTime::now().str();
     EXPECT_EQ(now.size(), 24U);
     EXPECT_NE(strptime(now.c_str(), "%a %b %e %H:%M:%S %Y", &parsed), nullptr) << now;
 }
@@ -105,6 +114,32 @@ TEST(AssertionDeathTest, EveryFailureIsAppendedToTheReportFile) {
               std::string::npos)
         << report;
     EXPECT_NE(report.find("Message: 2 + 2 == 5\nFile: "), std::string::npos) << report;
+}
+
+// Takes all the memory that there is. The big blocks first, or it would take for ever.
+void useUpTheHeap() {
+    const rlimit none = {0, 0};
+    setrlimit(RLIMIT_AS, &none);
+    for (std::size_t size = std::size_t{1} << 20; size > 0; size /= 2) {
+        while (void* volatile block = std::malloc(size)) {
+            static_cast<void>(block);
+        }
+    }
+}
+
+TEST(AssertionDeathTest, ReportNeedsNoMemory) {
+#ifdef MORVANE_SANITIZED
+    GTEST_SKIP() << "A sanitizer can't be without memory";
+#endif
+    const support::TempDir folder;
+    const auto fail = [&] {
+        ASSERT_EQ(chdir(folder.path().c_str()), 0);
+        useUpTheHeap();
+        CHECK(false, "No memory left");
+    };
+    EXPECT_EXIT(fail(), testing::KilledBySignal(SIGABRT), "");
+    EXPECT_NE(support::readFile(folder.file("assertion.txt")).find("\nDescription: No memory left\nFile: "),
+              std::string::npos);
 }
 
 }  // namespace

@@ -28,12 +28,25 @@ ScopedDescriptor::~ScopedDescriptor() {
     }
 }
 
-int openFile(const char* name, int flags, unsigned mode) {
+int openFile(const char* name, int flags, unsigned mode) noexcept {
     int descriptor = -1;
     do {
         descriptor = open(name, flags | O_CLOEXEC, mode);
     } while (descriptor < 0 && errno == EINTR);
     return descriptor;
+}
+
+int writeAll(int file, const char* bytes, std::size_t size) noexcept {
+    while (size > 0) {
+        const ssize_t count = write(file, bytes, size);
+        if (count >= 0) {
+            bytes += count;
+            size -= static_cast<std::size_t>(count);
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
 }
 
 std::string directoryOf(const std::string& name) {

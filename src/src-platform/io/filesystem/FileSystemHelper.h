@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace io::filesystem {
@@ -20,7 +21,11 @@ private:
 };
 
 // open(2), tried again when a signal cuts it short. Gives -1 and errno on failure.
-int openFile(const char* name, int flags, unsigned mode = 0);
+int openFile(const char* name, int flags, unsigned mode = 0) noexcept;
+
+// Writes all of the bytes, in as many calls as that takes. Gives 0, or the system's error. Neither this nor
+// openFile takes a lock or heap memory.
+int writeAll(int file, const char* bytes, std::size_t size) noexcept;
 
 // The directory that holds the file: "." for a plain name.
 std::string directoryOf(const std::string& name);

@@ -10,15 +10,12 @@ std::size_t writeSystemErrorText(char* buffer, std::size_t size, std::uint32_t c
     if (size == 0) {
         return 0;
     }
-    char words[256];
     // strerrordesc_np tells an unknown code by null, where strerror would invent words for it.
-    const char* description = strerrordesc_np(static_cast<int>(code));
-    if (description != nullptr) {
-        std::snprintf(words, sizeof(words), "%s", description);
-    } else {
+    const char* words = strerrordesc_np(static_cast<int>(code));
+    if (words == nullptr) {
         const ErrorMapper::Mapping mapping = mapper != nullptr ? mapper->map(static_cast<std::int32_t>(code))
                                                                : ErrorMapper::Mapping{false, nullptr};
-        std::snprintf(words, sizeof(words), "%s", mapping.found ? mapping.text : "Error message not found");
+        words = mapping.found ? mapping.text : "Error message not found";
     }
     const std::size_t length = std::strlen(words);
     const char* stop = length > 0 && words[length - 1] == '.' ? "" : ".";

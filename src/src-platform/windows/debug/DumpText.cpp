@@ -1,10 +1,9 @@
 #include "windows/debug/DumpText.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
+
+#include "io/filesystem/FileSystemHelper.h"
 
 namespace windows::debug {
 
@@ -66,14 +65,8 @@ int DumpText::finish() {
 }
 
 void DumpText::flush() {
-    std::size_t done = 0;
-    while (done < _used && _error == 0) {
-        const ssize_t count = write(_file, _buffer.data() + done, _used - done);
-        if (count >= 0) {
-            done += static_cast<std::size_t>(count);
-        } else if (errno != EINTR) {
-            _error = errno;
-        }
+    if (_error == 0) {
+        _error = io::filesystem::writeAll(_file, _buffer.data(), _used);
     }
     _used = 0;
 }
