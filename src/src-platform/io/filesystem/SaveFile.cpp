@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <string_view>
 
 #include "io/filesystem/FileSystemHelper.h"
@@ -33,15 +34,9 @@ constexpr std::uint64_t MAX_DATA_SIZE = 2147483647;
         fileErrorText("An error occurred when trying to write the file.", name, error, cause));
 }
 
-void writeAll(int file, const std::string& name, const util::Bytes& data) {
-    std::size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t count = write(file, data.data() + done, data.size() - done);
-        if (count >= 0) {
-            done += static_cast<std::size_t>(count);
-        } else if (errno != EINTR) {
-            failWriting(name, errno, "The system call 'write' failed.");
-        }
+void write(int file, const std::string& name, const util::Bytes& data) {
+    if (const int error = writeAll(file, data.data(), data.size())) {
+        failWriting(name, error, "The system call 'write' failed.");
     }
 }
 
@@ -50,7 +45,7 @@ void append(const std::string& name, const util::Bytes& data) {
     if (!file.isOpen()) {
         failOpening(name, errno, "The system call 'open' failed.");
     }
-    writeAll(file.get(), name, data);
+    write(file.get(), name, data);
 }
 
 // The new file beside the one that it will replace: on the same file system, and with a leading dot, which no
@@ -112,19 +107,36 @@ private:
     bool _complete = false;
 };
 
+// The name that a save has to replace: behind a symbolic link, which stays, the file that it leads to.
+std::string behindLinks(const std::string& name) {
+    std::string file = name;
+    // The system itself gives up after as many.
+    for (int links = 0; links < 40; ++links) {
+        char target[PATH_MAX];
+        const ssize_t length = readlink(file.c_str(), target, sizeof(target));
+        if (length <= 0) {
+            return file;
+        }
+        const std::string_view next(target, static_cast<std::size_t>(length));
+        file = (next.front() == '/' ? std::string() : directoryOf(file) + "/").append(next);
+    }
+    failOpening(name, ELOOP, "The system call 'readlink' found too many links.");
+}
+
 void replace(const std::string& name, const util::Bytes& data) {
+    const std::string target = behindLinks(name);
     struct stat old {};
-    const bool replaces = stat(name.c_str(), &old) == 0;
+    const bool replaces = stat(target.c_str(), &old) == 0;
     if (replaces && !S_ISREG(old.st_mode)) {
         // A rename would put a plain file in the place of a device or a pipe.
         failOpening(name, S_ISDIR(old.st_mode) ? EISDIR : EINVAL, "None.");
     }
-    if (replaces && faccessat(AT_FDCWD, name.c_str(), W_OK, AT_EACCESS) != 0) {
+    if (replaces && faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0) {
         // A rename asks only for rights on the directory, but a write-protected file is meant to stay.
         failOpening(name, errno, "The file is write-protected.");
     }
-    const std::string base = name.substr(name.rfind('/') + 1);
-    const ScopedDescriptor directory(openFile(directoryOf(name).c_str(), O_RDONLY | O_DIRECTORY));
+    const std::string base = target.substr(target.rfind('/') + 1);
+    const ScopedDescriptor directory(openFile(directoryOf(target).c_str(), O_RDONLY | O_DIRECTORY));
     if (!directory.isOpen()) {
         failOpening(name, errno, "The system call 'open' failed for the directory of the file.");
     }
@@ -132,7 +144,7 @@ void replace(const std::string& name, const util::Bytes& data) {
     if (replaces && fchmod(file.get(), old.st_mode & 07777) != 0) {
         failOpening(name, errno, "The system call 'fchmod' failed.");
     }
-    writeAll(file.get(), name, data);
+    write(file.get(), name, data);
     // The rename may reach the disk before the data does; without this a power cut leaves an empty file.
     // Never tried again: after a failure the kernel may have dropped the pages and would report success.
     if (fsync(file.get()) != 0) {

@@ -26,6 +26,8 @@ public:
 
     // Mode 0 makes data the content of the file, mode APPEND adds it to the end; both create a missing file.
     //
+    // A name that is a symbolic link stays one; what it leads to is saved.
+    //
     // A replaced file is durable when save returns, and at no moment does the name stand for a part of the
     // data: a save that throws a SaveFileException leaves the old content, whatever stopped it. The one
     // exception is a directory that cannot be brought to the disk; the new content is visible then, but may

@@ -174,6 +174,29 @@ TEST(SaveFileTest, WhatCannotBeOpenedFailsBeforeAnythingChanges) {
     EXPECT_EQ(entriesOf(directory.path()), 2);
 }
 
+TEST(SaveFileTest, SymbolicLinkStaysAndTheFileBehindItIsReplaced) {
+    const support::TempDir directory;
+    std::filesystem::create_directory(directory.file("elsewhere"));
+    support::writeFile(directory.file("elsewhere/real"), "old");
+    const struct {
+        std::string link;
+        std::string target;
+    } CASES[] = {{"absolute", directory.file("elsewhere/real")},
+                 {"relative", "elsewhere/real"},
+                 {"chained", "relative"},
+                 {"dangling", "elsewhere/new"}};
+    for (const auto& row : CASES) {
+        const std::string link = directory.file(row.link);
+        std::filesystem::create_symlink(row.target, link);
+        SaveFileImpl().save(link, bytes(row.link));
+        EXPECT_TRUE(std::filesystem::is_symlink(link)) << link;
+        EXPECT_EQ(support::readFile(link), row.link);
+    }
+    EXPECT_EQ(entriesOf(directory.file("elsewhere")), 2);
+    std::filesystem::create_symlink("loop", directory.file("loop"));
+    EXPECT_NE(failureOf(directory.file("loop"), "text").find("Error code: 40."), std::string::npos);
+}
+
 TEST(SaveFileTest, WriteProtectedFileStays) {
     const support::TempDir directory;
     chmod(directory.path().c_str(), 0777);
