@@ -2,8 +2,11 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstring>
 
@@ -55,6 +58,20 @@ util::FixedStream<4096> dumpRefusal(const char* folder, std::uint64_t dumps,
              << " bytes left, which is too little for a dump.";
     }
     return text;
+}
+
+int openDump(const char* path) noexcept {
+    // Not for others to read: a dump shows addresses. And never through a link or into a device, since what
+    // is opened here is emptied, and deleted when the dump fails.
+    const int file = io::filesystem::openFile(
+        path, O_WRONLY | O_CREAT | O_TRUNC | O_DSYNC | O_NOFOLLOW | O_NONBLOCK, 0640);
+    struct stat status {};
+    if (file >= 0 && (fstat(file, &status) != 0 || !S_ISREG(status.st_mode))) {
+        close(file);
+        errno = EINVAL;
+        return -1;
+    }
+    return file;
 }
 
 }  // namespace windows::debug

@@ -18,4 +18,8 @@ util::FixedStream<4096> dumpRefusal(const char* folder) noexcept;
 util::FixedStream<4096> dumpRefusal(const char* folder, std::uint64_t dumps,
                                     std::uint64_t freeBytes) noexcept;
 
+// Opens the file of a dump for writing, a new one or one that it empties. Gives -1 and errno on failure, also
+// for a name that stands for anything but a plain file. Takes no lock and no heap memory.
+int openDump(const char* path) noexcept;
+
 }  // namespace windows::debug

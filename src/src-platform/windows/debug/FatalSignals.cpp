@@ -107,19 +107,7 @@ void appendTime(Text& text, std::int64_t localSeconds) {
     text << " " << static_cast<int>(date.year());
 }
 
-void writeText(int file, const char* text) {
-    std::size_t left = std::strlen(text);
-    while (left > 0) {
-        const ssize_t count = write(file, text, left);
-        if (count < 0 && errno != EINTR) {
-            return;
-        }
-        if (count > 0) {
-            text += count;
-            left -= static_cast<std::size_t>(count);
-        }
-    }
-}
+void writeText(int file, const char* text) { io::filesystem::writeAll(file, text, std::strlen(text)); }
 
 }  // namespace
 
@@ -183,8 +171,7 @@ void FatalSignals::report(int signal, const siginfo_t& info, const void* context
     Text reason = dumpRefusal(_dumpFolder.c_str());
     Text outcome;
     if (*reason.str() == 0) {
-        const io::filesystem::ScopedDescriptor file(
-            io::filesystem::openFile(path.str(), O_WRONLY | O_CREAT | O_TRUNC | O_DSYNC, 0640));
+        const io::filesystem::ScopedDescriptor file(openDump(path.str()));
         if (!file.isOpen()) {
             reason.appendSystemError(static_cast<std::uint32_t>(errno));
         } else {

@@ -1,7 +1,5 @@
 #include "windows/debug/WriteDump.h"
 
-#include <fcntl.h>
-
 #include <cerrno>
 #include <optional>
 
@@ -17,9 +15,7 @@ void WriteDumpImpl::write(const std::string& path) {
         throw WriteDumpException(refusal.str());
     }
     util::FixedStream<4096> text;
-    // Not for others to read: a dump shows addresses.
-    std::optional<io::filesystem::ScopedDescriptor> file(
-        io::filesystem::openFile(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_DSYNC, 0640));
+    std::optional<io::filesystem::ScopedDescriptor> file(openDump(path.c_str()));
     if (!file->isOpen()) {
         const int error = errno;
         text << "Couldn't create a file to write a dump file to with name " << path.c_str() << ".\n\n";

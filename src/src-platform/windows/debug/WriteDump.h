@@ -20,8 +20,8 @@ class WriteDump {
 public:
     virtual ~WriteDump() = default;
 
-    // Writes the dump to path, replacing what stands there, or throws a WriteDumpException and leaves no
-    // file.
+    // Writes the dump to path, replacing a file that stands there, or throws a WriteDumpException and leaves
+    // no file. What is no plain file, such as a link, is left alone.
     virtual void write(const std::string& path) = 0;
 };
 

@@ -2,12 +2,14 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
 
+#include "io/filesystem/FileSystemHelper.h"
 #include "support/TempDir.h"
 #include "windows/debug/DumpFolder.h"
 #include "windows/debug/DumpName.h"
@@ -86,6 +88,25 @@ TEST(WriteDumpTest, FailedDumpLeavesNoFileAndSaysWhy) {
     EXPECT_FALSE(std::filesystem::exists(path));
     WriteDumpImpl stuck(fullDisk, refusing);
     EXPECT_EQ(failureOf(stuck, path), full + "It stays.");
+}
+
+TEST(WriteDumpTest, FailedDumpDeletesNothingButItsOwnFile) {
+    const support::TempDir directory;
+    const FullDiskMiniDump fullDisk;
+    const windows::file::DeleteFileImpl deleteFile;
+    WriteDumpImpl writeDump(fullDisk, deleteFile);
+    support::writeFile(directory.file("kept"), "kept");
+    std::filesystem::create_symlink("kept", directory.file("link.dmp"));
+    ASSERT_EQ(mkfifo(directory.file("pipe.dmp").c_str(), 0600), 0);
+    const io::filesystem::ScopedDescriptor reader(
+        open(directory.file("pipe.dmp").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    for (const char* name : {"link.dmp", "pipe.dmp"}) {
+        EXPECT_EQ(failureOf(writeDump, directory.file(name))
+                      .rfind("Couldn't create a file to write a dump file to with name ", 0),
+                  0u);
+        EXPECT_TRUE(std::filesystem::exists(directory.file(name)));
+    }
+    EXPECT_EQ(support::readFile(directory.file("kept")), "kept");
 }
 
 TEST(WriteDumpTest, FolderTakesAHundredDumps) {
