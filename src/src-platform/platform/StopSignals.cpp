@@ -3,6 +3,8 @@
 #include <utility>
 
 #include "debug/Assertion.h"
+#include "platform/thread/ThreadException.h"
+#include "util/FixedStream.h"
 
 namespace platform {
 
@@ -11,7 +13,13 @@ StopSignals::StopSignals(std::function<void()> stop) : _stop(std::move(stop)) {
     sigaddset(&_signals, SIGINT);
     sigaddset(&_signals, SIGTERM);
     CHECK(pthread_sigmask(SIG_BLOCK, &_signals, &_maskBefore) == 0);
-    CHECK(pthread_create(&_thread, nullptr, threadMain, this) == 0);
+    const int error = pthread_create(&_thread, nullptr, threadMain, this);
+    if (error != 0) {
+        pthread_sigmask(SIG_SETMASK, &_maskBefore, nullptr);
+        util::FixedStream<4096> message;
+        message << "Could not start the thread that waits for stop signals. ";
+        throw thread::ThreadException(message.appendSystemError(static_cast<std::uint32_t>(error)).str());
+    }
 }
 
 StopSignals::~StopSignals() {

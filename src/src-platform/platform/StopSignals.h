@@ -16,7 +16,8 @@ namespace platform {
 // back at the end.
 class StopSignals {
 public:
-    // Calls stop at most once, on a thread of its own. It must not throw.
+    // Calls stop at most once, on a thread of its own. It must not throw. Throws thread::ThreadException,
+    // and then nothing has changed.
     explicit StopSignals(std::function<void()> stop);
     ~StopSignals();
     StopSignals(const StopSignals&) = delete;

@@ -1,10 +1,12 @@
 #include "platform/StopSignals.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "platform/event/Event.h"
+#include "platform/thread/ThreadException.h"
 
 namespace {
 
@@ -54,6 +56,27 @@ TEST(StopSignalsTest, WithoutASignalItGoesAwayAndGivesTheSignalsBack) {
             const platform::StopSignals signals([&event] { event.set(); });
         }
         raise(SIGTERM);
+    });
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+}
+
+TEST(StopSignalsTest, WithoutItsThreadItChangesNothing) {
+#ifdef MORVANE_SANITIZED
+    GTEST_SKIP() << "A sanitizer can't be without memory";
+#endif
+    const int status = statusOfChild([] {
+        // Larger than any stack that an ended thread may have left for the next one.
+        pthread_attr_t large;
+        pthread_attr_init(&large);
+        pthread_attr_setstacksize(&large, std::size_t{1} << 30);
+        pthread_setattr_default_np(&large);
+        const rlimit none = {0, 0};
+        setrlimit(RLIMIT_AS, &none);
+        try {
+            const platform::StopSignals signals([] {});
+        } catch (const platform::thread::ThreadException&) {
+            raise(SIGTERM);
+        }
     });
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
 }
