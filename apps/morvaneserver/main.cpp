@@ -1,5 +1,7 @@
 #include <malloc.h>
 
+#include <csignal>
+
 #include "platform/memory/MemoryStatus.h"
 #include "server/LogImpl.h"
 #include "server/ReportHookImpl.h"
@@ -17,6 +19,10 @@ int main(int argc, char* argv[]) {
     // the threshold from growing by itself.
     constexpr int LARGE_BLOCK_BYTES = 128 * 1024;
     mallopt(M_MMAP_THRESHOLD, LARGE_BLOCK_BYTES);
+
+    // A file that has reached the process's size limit is then a failed write, as on a full disk, and not the
+    // end of the server.
+    std::signal(SIGXFSZ, SIG_IGN);
 
     using namespace halvern::morvane;
     const windows::debug::MiniDumpImpl miniDump("Morvane Server 2.40");

@@ -129,5 +129,22 @@ TEST(DurabilityTest, AFullDiskCostsTheRequestAndNothingElse) {
     EXPECT_EQ(classesOf(server->port(), "c"), after);
 }
 
+TEST(DurabilityTest, ALogThatCannotBeWrittenCostsItsEntriesOnly) {
+    const Installation installation;
+    Settings settings;
+    settings.saveRequests = "true";
+    Server server(installation, settings);
+    ASSERT_TRUE(ask(server.port(), request(writeCalls("c", CREATE))).success);
+    std::filesystem::rename(installation.file("logs"), installation.file("moved"));
+    EXPECT_TRUE(ask(server.port(), training("c", "word")).success);
+    EXPECT_NE(installation.output().find("Error when logging: An error occurred when trying to open the file "
+                                         "for writing.\nFilename: './logs/log.txt'."),
+              std::string::npos);
+    std::filesystem::rename(installation.file("moved"), installation.file("logs"));
+    EXPECT_EQ(classesOf(server.port(), "c").at("x").totalCount, 1u);
+    EXPECT_EQ(server.stop(), 0);
+    EXPECT_NE(installation.log().find("Closing server."), std::string::npos);
+}
+
 }  // namespace
 }  // namespace systemtest

@@ -50,8 +50,6 @@ public:
         if (_id == 0) {
             ::dup2(out, STDOUT_FILENO);
             ::dup2(out, STDERR_FILENO);
-            // A file that may not grow is then a failed write, as on a full disk, instead of a signal.
-            ::signal(SIGXFSZ, SIG_IGN);
             ::execv(program.c_str(), argv.data());
             ::_exit(127);
         }
