@@ -11,16 +11,15 @@
 namespace support {
 
 // Runs the call in a process of its own, and tells the two lines of the check that ended it: the condition,
-// and the description after " / ". Empty if the call came back.
+// and the description after " / ". Empty if the call came back. What it leaves in its current directory is in
+// the folder.
 template <class Call>
-std::string failedCheck(Call&& call) {
-    const TempDir folder;
+std::string failedCheck(Call&& call, const TempDir& folder = TempDir()) {
     std::fflush(nullptr);  // or the child would write the same once more
     const pid_t child = fork();
     if (child == 0) {
-        std::fclose(stdout);
-        std::fclose(stderr);
-        if (chdir(folder.path().c_str()) == 0) {
+        if (std::freopen("/dev/null", "w", stdout) != nullptr &&
+            std::freopen("/dev/null", "w", stderr) != nullptr && chdir(folder.path().c_str()) == 0) {
             call();
         }
         _exit(0);

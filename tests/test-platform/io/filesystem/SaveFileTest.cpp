@@ -12,6 +12,7 @@
 #include <filesystem>
 
 #include "io/filesystem/Leftovers.h"
+#include "support/Failure.h"
 #include "support/TempDir.h"
 
 namespace {
@@ -38,63 +39,48 @@ namespace {
 util::Bytes bytes(const std::string& text) { return util::Bytes(text.begin(), text.end()); }
 
 std::string failureOf(const std::string& name, const std::string& text, std::uint32_t mode = 0) {
-    try {
-        SaveFileImpl().save(name, bytes(text), mode);
-    } catch (const SaveFileException& e) {
-        return e.what();
-    }
-    return "no failure";
+    return support::failureOf<SaveFileException>([&] { SaveFileImpl().save(name, bytes(text), mode); });
 }
 
 std::ptrdiff_t entriesOf(const std::string& directory) {
     return std::distance(std::filesystem::directory_iterator(directory), {});
 }
 
-// To the kernel a file at this limit is like a full disk.
-void limitFileSize(rlim_t bytes) {
-    const rlimit limit = {bytes, bytes};
-    setrlimit(RLIMIT_FSIZE, &limit);
-}
-
 TEST(SaveFileTest, ReplacesOrAppendsAndCreatesWhatIsMissing) {
     const support::TempDir directory;
-    const std::string name = directory.file("classifier.dat");
-    const SaveFileImpl saveFile;
-    saveFile.save(name, bytes("a longer first content"));
-    saveFile.save(name, bytes(std::string("ne\0w", 4)));
-    EXPECT_EQ(support::readFile(name), std::string("ne\0w", 4));
-    saveFile.save(name, bytes("er"), SaveFile::APPEND);
-    saveFile.save(name, {}, SaveFile::APPEND);
-    EXPECT_EQ(support::readFile(name), std::string("ne\0wer", 6));
-    saveFile.save(directory.file("log.txt"), bytes("line"), SaveFile::APPEND);
-    EXPECT_EQ(support::readFile(directory.file("log.txt")), "line");
-    saveFile.save(name, {});
-    EXPECT_EQ(support::readFile(name), "");
-    saveFile.save(directory.file("empty"), {});
-    EXPECT_TRUE(std::filesystem::exists(directory.file("empty")));
+    const struct {
+        const char* name;
+        std::string data;
+        std::uint32_t mode;
+        std::string content;
+    } CASES[] = {{"classifier.dat", "a longer first content", 0, "a longer first content"},
+                 {"classifier.dat", std::string("ne\0w", 4), 0, std::string("ne\0w", 4)},
+                 {"classifier.dat", "er", SaveFile::APPEND, std::string("ne\0wer", 6)},
+                 {"classifier.dat", "", SaveFile::APPEND, std::string("ne\0wer", 6)},
+                 {"classifier.dat", "", 0, ""},
+                 {"log.txt", "line", SaveFile::APPEND, "line"},
+                 {"empty", "", 0, ""}};
+    for (const auto& row : CASES) {
+        SaveFileImpl().save(directory.file(row.name), bytes(row.data), row.mode);
+        EXPECT_EQ(support::readFile(directory.file(row.name)), row.content) << row.name;
+    }
     EXPECT_EQ(entriesOf(directory.path()), 3);
-}
-
-TEST(SaveFileTest, NameWithoutDirectoryIsSavedInTheCurrentOne) {
-    const support::TempDir directory;
-    const std::filesystem::path before = std::filesystem::current_path();
-    std::filesystem::current_path(directory.path());
-    EXPECT_EQ(failureOf("plain", "text"), "no failure");
-    std::filesystem::current_path(before);
-    EXPECT_EQ(support::readFile(directory.file("plain")), "text");
+    // A name without a directory lies in the current one.
+    EXPECT_TRUE(support::holdsInAChild([&] {
+        std::filesystem::current_path(directory.path());
+        return failureOf("plain", "text") == "no failure" && support::readFile("plain") == "text";
+    }));
 }
 
 TEST(SaveFileTest, RightsOfTheOldFileStayAndANewOneTakesThoseOfTheProcess) {
     const support::TempDir directory;
     const auto rightsOf = [&](const char* name) {
-        struct stat status {};
-        stat(directory.file(name).c_str(), &status);
-        return status.st_mode & 07777;
+        return std::filesystem::status(directory.file(name)).permissions();
     };
     support::writeFile(directory.file("old"), "old");
     chmod(directory.file("old").c_str(), 0640);
     SaveFileImpl().save(directory.file("old"), bytes("new"));
-    EXPECT_EQ(rightsOf("old"), 0640u);
+    EXPECT_EQ(rightsOf("old"), std::filesystem::perms(0640));
     SaveFileImpl().save(directory.file("new"), bytes("new"));
     support::writeFile(directory.file("plain"), "");
     EXPECT_EQ(rightsOf("new"), rightsOf("plain"));
@@ -124,46 +110,26 @@ TEST(SaveFileTest, FailedSyncFailsTheSaveKeepsTheOldFileAndIsNotTriedAgain) {
     EXPECT_EQ(entriesOf(directory.path()), 1);
 }
 
-TEST(SaveFileTest, FullDiskKeepsTheOldFileAndLeavesNothingBehind) {
-    const support::TempDir directory;
-    const std::string name = directory.file("classifier.dat");
-    support::writeFile(name, "old");
-    EXPECT_EXIT(
-        {
-            std::signal(SIGXFSZ, SIG_IGN);
-            limitFileSize(100000);
-            const std::string failure = failureOf(name, std::string(300000, 'x'));
-            const char* end = "Error code: 27.\nC++ exception: The system call 'write' failed.";
-            _exit(failure.find(end) != std::string::npos ? 0 : 1);
-        },
-        testing::ExitedWithCode(0), "");
-    EXPECT_EQ(support::readFile(name), "old");
-    EXPECT_EQ(entriesOf(directory.path()), 1);
-    const std::string failure = failureOf("/dev/full", "text", SaveFile::APPEND);
-    EXPECT_EQ(failure.rfind("An error occurred when trying to write the file.\n", 0), 0u) << failure;
-    EXPECT_NE(failure.find("No space left on device. Error code: 28."), std::string::npos) << failure;
-}
-
-TEST(SaveFileTest, WhatCannotBeOpenedFailsBeforeAnythingChanges) {
+TEST(SaveFileTest, FailureSaysWhatWasTriedAndChangesNothing) {
     const support::TempDir directory;
     std::filesystem::create_directory(directory.file("folder"));
     ASSERT_EQ(mkfifo(directory.file("pipe").c_str(), 0600), 0);
     const char* const OPENING = "An error occurred when trying to open the file for writing.\n";
-    const char* const NAMELESS = "Cannot open file. No filename specified.\n";
     const struct {
         std::string name;
         std::uint32_t mode;
         const char* beginning;
         const char* code;
     } CASES[] = {
-        {"", 0, NAMELESS, "Error code: 0."},
-        {"", SaveFile::APPEND, NAMELESS, "Error code: 0."},
+        {"", 0, "Cannot open file. No filename specified.\n", "Error code: 0."},
         {directory.file("none/file"), 0, OPENING, "Error code: 2."},
         {directory.file("none/file"), SaveFile::APPEND, OPENING, "Error code: 2."},
         {directory.file("folder"), 0, OPENING, "Error code: 21."},
         {directory.file("folder"), SaveFile::APPEND, OPENING, "Error code: 21."},
         {directory.file("pipe"), 0, OPENING, "Error code: 22."},
         {directory.file(std::string(250, 'x')), 0, OPENING, "Error code: 36."},
+        {"/dev/full", SaveFile::APPEND, "An error occurred when trying to write the file.\n",
+         "No space left on device. Error code: 28."},
     };
     for (const auto& row : CASES) {
         const std::string failure = failureOf(row.name, "text", row.mode);
@@ -202,37 +168,27 @@ TEST(SaveFileTest, WriteProtectedFileStays) {
     chmod(directory.path().c_str(), 0777);
     support::writeFile(directory.file("protected"), "old");
     chmod(directory.file("protected").c_str(), 0444);
-    EXPECT_EXIT(
-        {
-            // Rights mean nothing to the administrator.
-            const bool plainUser = geteuid() != 0 || seteuid(65534) == 0;
-            const std::string failure = failureOf(directory.file("protected"), "new");
-            _exit(plainUser && failure.find("Error code: 13.") != std::string::npos ? 0 : 1);
-        },
-        testing::ExitedWithCode(0), "");
+    EXPECT_TRUE(support::holdsForAPlainUser([&] {
+        return failureOf(directory.file("protected"), "new").find("Error code: 13.") != std::string::npos;
+    }));
     EXPECT_EQ(support::readFile(directory.file("protected")), "old");
 }
 
 TEST(LeftoversTest, OnlyFilesOfUnfinishedSavesGo) {
     const support::TempDir directory;
     // The name comes from a save that is really cut short, so that both sides keep to one form.
-    EXPECT_EXIT(
-        {
-            limitFileSize(10);
-            failureOf(directory.file("big.dat"), std::string(20, 'x'));
-        },
-        testing::KilledBySignal(SIGXFSZ), "");
+    support::holdsInAChild([&] {
+        const rlimit limit = {10, 10};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        return failureOf(directory.file("big.dat"), std::string(20, 'x')).empty();
+    });
     ASSERT_EQ(entriesOf(directory.path()), 1);
-    const char* const STAYING[] = {"kept.dat", ".hidden", "kept.tmp", "a.dat.abcdef.tmp"};
-    for (const char* name : STAYING) {
+    for (const char* name : {"kept.dat", ".hidden", "kept.tmp", "a.dat.abcdef.tmp"}) {
         support::writeFile(directory.file(name), "kept");
     }
     std::filesystem::create_directory(directory.file(".folder.abcdef.tmp"));
     EXPECT_EQ(removeLeftovers(directory.path() + "/"), 1u);
     EXPECT_EQ(removeLeftovers(directory.path()), 0u);
-    for (const char* name : STAYING) {
-        EXPECT_TRUE(std::filesystem::exists(directory.file(name))) << name;
-    }
     EXPECT_EQ(entriesOf(directory.path()), 5);
 }
 
