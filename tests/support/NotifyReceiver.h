@@ -22,6 +22,9 @@ public:
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         const std::string path = _folder.file("notify");
+        if (path.size() + 2 > sizeof(address.sun_path)) {
+            throw std::runtime_error("The folder for temporary files has too long a name for a socket in it");
+        }
         path.copy(address.sun_path + (abstractName ? 1 : 0), path.size());
         const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size() + 1);
         const timeval limit{.tv_sec = 60, .tv_usec = 0};
