@@ -124,7 +124,8 @@ Systemctl::Result SystemctlImpl::run(const std::vector<std::string>& arguments) 
 }
 
 std::string errorText(const Systemctl::Result& result) {
-    std::string text = "System error message: " + result.message;
+    std::string text =
+        "System error message: " + (result.message.empty() ? "Error message not found" : result.message);
     if (text.back() != '.') {
         text += '.';
     }

@@ -169,6 +169,9 @@ TEST(SystemctlTest, HandsWordsOverAsTheyAreAndKeepsTheAnswer) {
     EXPECT_EQ(result.message, "[two words] [] [$HOME;`id`*]");
     EXPECT_EQ(errorText(result), "System error message: [two words] [] [$HOME;`id`*]. Error code: 5.");
 
+    EXPECT_EQ(errorText({1, "A whole sentence."}), "System error message: A whole sentence. Error code: 1.");
+    EXPECT_EQ(errorText({1, ""}), "System error message: Error message not found. Error code: 1.");
+
     // More than a pipe holds.
     support::writeFile(program, "#!/bin/sh\nhead -c 300000 /dev/zero | tr '\\0' x\nkill -9 $$\n");
     const Systemctl::Result flood = SystemctlImpl(program).run({});
