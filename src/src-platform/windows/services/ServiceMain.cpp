@@ -44,12 +44,16 @@ void ServiceMain::setStatus(ServiceState state, std::uint32_t exitCode) {
 
 void ServiceMain::registerHandler() {
     const std::lock_guard lock(_mutex);
+    const std::string complaint =
+        "Failed registering a service control handler using 'RegisterServiceCtrlHandlerEx'. ";
     if (_status.handle == nullptr) {
-        throw ServiceMainException(
-            "Failed registering a service control handler using 'RegisterServiceCtrlHandlerEx'. " +
-            notConnected());
+        throw ServiceMainException(complaint + notConnected());
     }
-    _signals = std::make_unique<platform::StopSignals>([this] { handler(serviceControl::STOP); });
+    try {
+        _signals = std::make_unique<platform::StopSignals>([this] { handler(serviceControl::STOP); });
+    } catch (const exceptions::Exception& e) {
+        throw ServiceMainException(complaint + e.what());
+    }
 }
 
 std::uint32_t ServiceMain::exitCode() const {
