@@ -10,9 +10,9 @@
 
 namespace support {
 
-// Runs the call in a process of its own, and tells the two lines of the check that ended it: the condition,
-// and the description after " / ". Empty if the call came back. What it leaves in its current directory is in
-// the folder.
+// Runs the call in a process of its own, and tells the lines of the check that ended it: the condition, and
+// after " / " the description if there is one. Empty if the call came back. What it leaves in its current
+// directory is in the folder.
 template <class Call>
 std::string failedCheck(Call&& call, const TempDir& folder = TempDir()) {
     std::fflush(nullptr);  // or the child would write the same once more
@@ -30,11 +30,15 @@ std::string failedCheck(Call&& call, const TempDir& folder = TempDir()) {
         return "";
     }
     const std::string report = readFile(folder.file("assertion.txt"));
-    const auto lineBehind = [&report](const std::string& label) {
-        const std::size_t start = report.find(label) + label.size();
-        return report.substr(start, report.find('\n', start) - start);
+    const auto lineBehind = [&report](const std::string& before, const std::string& label) {
+        const std::size_t found = report.find(label);
+        if (found == std::string::npos) {
+            return std::string();
+        }
+        const std::size_t start = found + label.size();
+        return before + report.substr(start, report.find('\n', start) - start);
     };
-    return lineBehind("Assertion failed. Message: ") + " / " + lineBehind("\nDescription: ");
+    return lineBehind("", "Assertion failed. Message: ") + lineBehind(" / ", "\nDescription: ");
 }
 
 }  // namespace support

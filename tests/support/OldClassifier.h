@@ -16,6 +16,19 @@ struct OldClassifier {
     struct Class {
         std::string name;
         std::vector<Chunks> lanes;  // by token length, in the order given
+
+        util::Bytes laneBytes() const {
+            util::Bytes out;
+            append(out, static_cast<std::uint32_t>(lanes.size()));
+            for (const Chunks& lane : lanes) {
+                std::string chunks;
+                for (const auto& [token, count] : lane) {
+                    chunks += token + std::string(reinterpret_cast<const char*>(&count), sizeof(count));
+                }
+                appendText(out, chunks);
+            }
+            return out;
+        }
     };
 
     std::uint32_t dataVersion = 3;
@@ -28,16 +41,9 @@ struct OldClassifier {
         append(out, static_cast<std::uint32_t>(classes.size()));
         for (const Class& entry : classes) {
             appendText(out, entry.name);
-            if (&entry == &classes.back() && entry.lanes.empty()) {
-                break;
-            }
-            append(out, static_cast<std::uint32_t>(entry.lanes.size()));
-            for (const Chunks& lane : entry.lanes) {
-                std::string chunks;
-                for (const auto& [token, count] : lane) {
-                    chunks += token + std::string(reinterpret_cast<const char*>(&count), sizeof(count));
-                }
-                appendText(out, chunks);
+            if (&entry != &classes.back() || !entry.lanes.empty()) {
+                const util::Bytes lanes = entry.laneBytes();
+                out.insert(out.end(), lanes.begin(), lanes.end());
             }
         }
         return out;
