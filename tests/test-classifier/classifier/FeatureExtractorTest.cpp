@@ -4,9 +4,7 @@
 
 #include <string>
 
-#include "classifier/ClassifierException.h"
 #include "classifier/KeywordExtractor.h"
-#include "support/FailureOf.h"
 
 namespace halvern::classifier {
 
@@ -106,13 +104,6 @@ TEST(FeatureExtractorTest, EveryByteEndsAWordOrIsPartOfIt) {
         }
         const bool isKept = value > 127 || value == '\'' || isCapital || (value >= 'a' && value <= 'z');
         EXPECT_EQ(extracted(7, std::string("abc") + byte + "d"), "abc" + (isKept ? folded : " ")) << value;
-    }
-}
-
-TEST(FeatureExtractorTest, OtherGenerationsAreRefused) {
-    for (const std::uint32_t version : {0u, 2u, 8u, 4294967295u}) {
-        EXPECT_EQ(support::failureOf<ClassifierException>([version] { makeFeatureExtractor(version); }),
-                  "Unrecognized data version for feature extractor " + std::to_string(version));
     }
 }
 

@@ -44,6 +44,7 @@ TEST(ScoringTest, WorkedExamples) {
     const StoredClassifier two = learned({9, 4}, {{"x", {3, 0}}, {"y", {1, 2}}});
     const StoredClassifier twoSmooth = learned({9, 4}, {{"x", {3, 0}}, {"y", {1, 2}}}, 1.5);
     const StoredClassifier three = learned({9, 4, 6}, {{"x", {3, 0, 0}}, {"y", {1, 2, 1}}});
+    const StoredClassifier threeSmooth = learned({9, 4, 6}, {{"x", {3, 0, 0}}, {"y", {1, 2, 1}}}, 1.5);
     const StoredClassifier five = learned(
         {9, 4, 6, 2, 40},
         {{"v", {0, 0, 0, 2, 0}}, {"w", {1, 1, 1, 0, 1}}, {"x", {3, 0, 0, 0, 10}}, {"y", {1, 2, 1, 0, 0}}});
@@ -64,6 +65,7 @@ TEST(ScoringTest, WorkedExamples) {
         {twoSmooth, "x x y z", 2.0 / 3, {0.77684524610061134, 0.22315475389938863}},
         {three, "", 0.0, {1.0 / 3, 1.0 / 3, 1.0 / 3}},
         {three, "x x y z", 2.0 / 3, {0.99104382531083468, 0.0060816320522924811, 0.0028745426368728196}},
+        {threeSmooth, "x x y", 1.0, {0.98767500689926413, 0.0083140374841132111, 0.0040109556166226636}},
         {five,
          "x y y y v w w new",
          4.0 / 5,
