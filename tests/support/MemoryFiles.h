@@ -55,8 +55,12 @@ public:
             _files[name] = data;
         }
         fail<io::filesystem::SaveFileExceptionImpl>(failingSave, "The disk is full.");
-        _files[name] = data;
-        _changes.push_back({name, std::this_thread::get_id(), false, data});
+        Change change{name, std::this_thread::get_id(), false, data};
+        util::Bytes content = data;
+        _changes.reserve(_changes.size() + 1);
+        // Nothing fails from here on but the making of an entry, which comes first.
+        _files[name] = std::move(content);
+        _changes.push_back(std::move(change));
     }
     bool exists(const std::string& name) const noexcept override {
         const std::lock_guard guard(_mutex);
@@ -70,8 +74,10 @@ public:
     void remove(const std::string& name) const override {
         const std::lock_guard guard(_mutex);
         fail<io::filesystem::RemoveFileException>(failingRemove, "The disk is read-only.");
+        Change change{name, std::this_thread::get_id(), true, {}};
+        _changes.reserve(_changes.size() + 1);
         if (_files.erase(name) != 0) {
-            _changes.push_back({name, std::this_thread::get_id(), true, {}});
+            _changes.push_back(std::move(change));
         }
     }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <mutex>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -45,7 +46,12 @@ public:
 private:
     void add(std::uint32_t level, const std::string& text) noexcept {
         const std::lock_guard guard(_mutex);
-        _entries.push_back({level, text});
+        try {
+            _entries.push_back({level, text});
+        } catch (const std::bad_alloc&) {
+            // A log that has no memory is silent.
+            return;
+        }
     }
 
     mutable std::mutex _mutex;

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <atomic>
 #include <thread>
@@ -72,22 +71,6 @@ TEST(DurabilityTest, ACrashLeavesNoTemporaryFileForLong) {
     EXPECT_EQ(classesOf(server.port(), "c").size(), 1u);
 }
 
-// Lets no file of the server grow past a size, as a full disk does, until the end of the scope.
-class FullDisk {
-public:
-    FullDisk(pid_t process, rlim_t size) : _process(process) { set(size); }
-    ~FullDisk() { set(RLIM_INFINITY); }
-
-private:
-    void set(rlim_t size) {
-        const rlimit limit{size, RLIM_INFINITY};
-        if (::prlimit(_process, RLIMIT_FSIZE, &limit, nullptr) != 0) {
-            throw std::runtime_error("prlimit failed");
-        }
-    }
-    pid_t _process;
-};
-
 TEST(DurabilityTest, AFullDiskCostsTheRequestAndNothingElse) {
     const Installation installation;
     auto server = std::make_unique<Server>(installation);
@@ -97,7 +80,8 @@ TEST(DurabilityTest, AFullDiskCostsTheRequestAndNothingElse) {
     const std::string file = support::readFile(installation.classifier("c"));
     const std::string large = distinctWords(100'000);
     {
-        const FullDisk disk(server->process().id(), 1'000'000);
+        // To the server a file that may not grow is like a full disk.
+        const Limit disk(server->process().id(), RLIMIT_FSIZE, 1'000'000);
         for (const std::string& failing :
              {training("c", large),
               request(texts(text("t", large)) +

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -39,7 +40,9 @@ inline bool eventually(const std::function<bool()>& condition) {
 // A process that this test started; killed by its id if it is still there at the end.
 class Process {
 public:
-    Process(const std::string& program, std::vector<std::string> arguments, const std::string& output) {
+    // inChild runs in the new process just before the program does.
+    Process(const std::string& program, std::vector<std::string> arguments, const std::string& output,
+            const std::function<void()>& inChild) {
         std::vector<char*> argv{const_cast<char*>(program.c_str())};
         for (std::string& argument : arguments) {
             argv.push_back(argument.data());
@@ -50,6 +53,7 @@ public:
         if (_id == 0) {
             ::dup2(out, STDOUT_FILENO);
             ::dup2(out, STDERR_FILENO);
+            inChild();
             ::execv(program.c_str(), argv.data());
             ::_exit(127);
         }
@@ -90,6 +94,28 @@ public:
 private:
     pid_t _id = -1;
     std::optional<int> _result;
+};
+
+// Holds a running process to a limit until the end of the scope.
+class Limit {
+public:
+    Limit(pid_t process, __rlimit_resource resource, rlim_t limit) : _process(process), _resource(resource) {
+        rlimit wanted{};
+        bool done = ::prlimit(_process, _resource, nullptr, &_before) == 0;
+        wanted = {limit, _before.rlim_max};
+        done = done && ::prlimit(_process, _resource, &wanted, nullptr) == 0;
+        if (!done) {
+            throw std::runtime_error("prlimit failed");
+        }
+    }
+    Limit(const Limit&) = delete;
+    Limit& operator=(const Limit&) = delete;
+    ~Limit() { ::prlimit(_process, _resource, &_before, nullptr); }
+
+private:
+    const pid_t _process;
+    const __rlimit_resource _resource;
+    rlimit _before{};
 };
 
 // A bound socket on a port that the system chose.
@@ -173,8 +199,9 @@ public:
     std::string log() const { return support::readFile(file("logs/log.txt")); }
     std::string output() const { return support::readFile(file("output.txt")); }
 
-    std::unique_ptr<Process> run(std::vector<std::string> arguments) const {
-        return std::make_unique<Process>(program(), std::move(arguments), file("output.txt"));
+    std::unique_ptr<Process> run(
+        std::vector<std::string> arguments, const std::function<void()>& inChild = [] {}) const {
+        return std::make_unique<Process>(program(), std::move(arguments), file("output.txt"), inChild);
     }
 
 private:
@@ -184,8 +211,9 @@ private:
 // A server that takes requests when the constructor returns.
 class Server {
 public:
-    explicit Server(const Installation& installation, Settings settings = {},
-                    const std::vector<std::string>& moreArguments = {}) {
+    explicit Server(
+        const Installation& installation, Settings settings = {},
+        const std::vector<std::string>& moreArguments = {}, const std::function<void()>& inChild = [] {}) {
         std::vector<std::string> arguments{"-config", "config.xml"};
         arguments.insert(arguments.end(), moreArguments.begin(), moreArguments.end());
         for (int attempt = 0; attempt < 10; ++attempt) {
@@ -195,7 +223,7 @@ public:
             support::writeFile(installation.file("config.xml"), configuration(settings));
             const std::size_t before = installation.log().size();
             const auto news = [&] { return installation.log().substr(before); };
-            _process = installation.run(arguments);
+            _process = installation.run(arguments, inChild);
             eventually([&] {
                 return _process->hasEnded() ||
                        news().find("Waiting for connections...") != std::string::npos ||

@@ -72,7 +72,7 @@ XmlClassifier::~XmlClassifier() = default;
 
 std::string& XmlClassifier::handle(std::string& out, const std::string& request) {
     try {
-        run(request);
+        return run(out, request);
     } catch (const windows::com::xml::ValidateException& exception) {
         const std::string text =
             std::string("Validation of an request failed, please verify your that your XML is correct.") +
@@ -112,10 +112,9 @@ std::string& XmlClassifier::handle(std::string& out, const std::string& request)
         _log.error("An unknown ... exception was caught while trying to read xml parameters.");
         throw;
     }
-    return _response->render(out);
 }
 
-void XmlClassifier::run(const std::string& request) {
+std::string& XmlClassifier::run(std::string& out, const std::string& request) {
     _errorResponse = _errorResponseFactory.create();
     _xmlHook->save(request);
     _document.loadXml(request);
@@ -132,8 +131,11 @@ void XmlClassifier::run(const std::string& request) {
     }
     const NodeList writeCalls = root.selectNodes(elementNames::MV_WRITE_CALLS);
     if (writeCalls.size() == 1) {
-        runWriteCalls(Element(writeCalls.getNode(0)), texts);
+        runWriteCalls(Element(writeCalls.getNode(0)), texts, out);
+    } else {
+        _response->render(out);
     }
+    return out;
 }
 
 template <class Failure, class RunCall>
@@ -187,7 +189,7 @@ void XmlClassifier::runReadCalls(const Element& readCalls, RequestTexts& texts) 
                                 });
 }
 
-void XmlClassifier::runWriteCalls(const Element& writeCalls, RequestTexts& texts) {
+void XmlClassifier::runWriteCalls(const Element& writeCalls, RequestTexts& texts, std::string& out) {
     static constexpr struct {
         std::string_view method;
         WriteCall run;
@@ -219,6 +221,8 @@ void XmlClassifier::runWriteCalls(const Element& writeCalls, RequestTexts& texts
                                      }
                                      return false;
                                  });
+    // Ahead of the commit: memory that runs out here must not leave a client without the news of its commit.
+    _response->render(out);
     transaction.commit();
 }
 

@@ -56,9 +56,10 @@ private:
     using WriteCall = void (XmlClassifier::*)(const Element& call, WriteSequence& sequence);
 
     // All of handle() that a failure of the request can come from.
-    void run(const std::string& request);
+    std::string& run(std::string& out, const std::string& request);
     void runReadCalls(const Element& readCalls, RequestTexts& texts);
-    void runWriteCalls(const Element& writeCalls, RequestTexts& texts);
+    // Leaves the response in out, and then commits.
+    void runWriteCalls(const Element& writeCalls, RequestTexts& texts, std::string& out);
     // Runs runCall(method, call) for each element of the sequence; it says whether it knows the method. Every
     // failure of the program's own kind becomes a Failure, which is a CallException.
     template <class Failure, class RunCall>

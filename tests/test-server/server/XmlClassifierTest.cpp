@@ -5,12 +5,14 @@
 
 #include <limits>
 #include <new>
+#include <optional>
 
 #include "server/BadRequestException.h"
 #include "server/XmlErrorResponseImpl.h"
 #include "server/XmlHook.h"
 #include "server/XmlResponseImpl.h"
 #include "support/ClassifierTable.h"
+#include "support/FailingAllocation.h"
 #include "support/StoredClassifier.h"
 #include "support/Xml.h"
 #include "util/StringHelper.h"
@@ -145,16 +147,17 @@ protected:
     const XmlErrorResponseFactoryImpl _errors{_responseSchema.targetNamespace(), _responseSchema.version()};
     RecordingHooks _hooks;
 
-private:
-    std::unique_ptr<StringClassifier> make(const windows::com::xml::SchemaCache& cache) {
-        return XmlClassifierFactoryImpl(table, _responses, _errors, _hooks, cache,
+    std::unique_ptr<StringClassifier> make(const windows::com::xml::SchemaCache& cache,
+                                           JobDistribution& jobDistribution) {
+        return XmlClassifierFactoryImpl(jobDistribution, _responses, _errors, _hooks, cache,
                                         _requestSchema.targetNamespace(), "root", log)
             .create();
     }
 
+private:
     // One object answers all requests of a test, whatever became of those before.
-    const std::unique_ptr<StringClassifier> _judging = make(_requestSchema.cache());
-    const std::unique_ptr<StringClassifier> _unjudging = make(_laxSchema);
+    const std::unique_ptr<StringClassifier> _judging = make(_requestSchema.cache(), table);
+    const std::unique_ptr<StringClassifier> _unjudging = make(_laxSchema, table);
 };
 
 const std::string FILLED =
@@ -279,6 +282,72 @@ TEST_F(XmlClassifierTest, FailedCallSaysWhyAndTakesAllBack) {
               writeFailure("create", 4000,
                            "Trying to create a classifier that already exists (on disk) 'root/B.dat'."));
     EXPECT_TRUE(log.entries().empty());
+}
+
+// The answer, and the files "a" and "b" behind it.
+struct Outcome {
+    std::string answer;
+    std::vector<util::Bytes> stored;
+    bool operator==(const Outcome&) const = default;
+};
+
+TEST_F(XmlClassifierTest, RequestThatMemoryEndsInIsLostWholeWhereverThatIs) {
+    prepare(FILLED);
+    const util::Bytes filled = files.load("root/a.dat");
+    const std::string rows[] = {
+        reads("<classify id='1' classifierName='a' textId='hej'/><classifyKeywords id='2' classifierName='a' "
+              "textId='hej du'/><getInformation id='3' classifierName='a'/>"),
+        writes("<train id='1' className='eng' textId='hej'/><untrain id='2' className='swe' textId='hej'/>"
+               "<removeClass id='3' className='swe'/>"),
+        TEXTS + "<writeCalls classifierName='b'>" + FILLED + "</writeCalls>",
+        writes("<remove id='1'/>"),
+    };
+    for (const std::string& row : rows) {
+        std::optional<Outcome> expected;  // that of a request which memory suffices for
+        for (const bool forGood : {false, true}) {
+            int lost = 0;
+            bool suffices = false;
+            for (std::int64_t k = expected ? 0 : INT64_MAX; !suffices; k = k == INT64_MAX ? 0 : k + 1) {
+                SCOPED_TRACE(row + " " + std::to_string(k));
+                files.save("root/a.dat", filled);
+                files.remove("root/b.dat");
+                // Nothing is in memory yet, so a classifier has to be loaded first.
+                JobDistributionImpl fresh(factory, memory, files, files, files, files, files, callbackFactory,
+                                          "root", log);
+                const auto stored = [&] {
+                    std::vector<util::Bytes> all;
+                    for (const char* name : {"root/a.dat", "root/b.dat"}) {
+                        all.push_back(files.exists(name) ? files.load(name) : util::Bytes());
+                    }
+                    return all;
+                };
+                const auto before = stored();
+                Outcome outcome;
+                {
+                    const support::FailingAllocation shortage(k, forGood);
+                    try {
+                        make(_requestSchema.cache(), fresh)->handle(outcome.answer, request(row));
+                    } catch (const std::bad_alloc&) {
+                        ++lost;
+                        outcome.answer.clear();
+                    }
+                    suffices = k != INT64_MAX && !support::FailingAllocation::hasFailed();
+                }
+                if (outcome.answer.empty()) {
+                    ASSERT_EQ(stored(), before);
+                    // Nor has anything stayed behind in memory: the same runs as if for the first time.
+                    make(_requestSchema.cache(), fresh)->handle(outcome.answer, request(row));
+                }
+                outcome.stored = stored();
+                if (!expected) {
+                    EXPECT_THAT(outcome.answer, HasSubstr("\"2000\""));
+                    expected = outcome;
+                }
+                ASSERT_EQ(outcome, *expected);
+            }
+            EXPECT_GT(lost, 20);
+        }
+    }
 }
 
 TEST_F(XmlClassifierTest, SizeLimitLooksAtTheFileBeforeEachTrain) {

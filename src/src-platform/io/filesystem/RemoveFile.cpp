@@ -22,16 +22,16 @@ namespace {
 }  // namespace
 
 void RemoveFileImpl::remove(const std::string& name) const {
-    if (unlink(name.c_str()) != 0) {
+    // First of all, so that a lack of descriptors fails before the file is gone.
+    const ScopedDescriptor directory(openFile(directoryOf(name).c_str(), O_RDONLY | O_DIRECTORY));
+    if (!directory.isOpen() || unlink(name.c_str()) != 0) {
         const int error = errno;
         if (error == ENOENT || error == ENOTDIR) {
             return;
         }
         fail(name, error);
     }
-    const ScopedDescriptor directory(openFile(directoryOf(name).c_str(), O_RDONLY | O_DIRECTORY));
-    const int error = directory.isOpen() ? synchroniseDirectory(directory.get()) : errno;
-    if (error != 0) {
+    if (const int error = synchroniseDirectory(directory.get())) {
         fail(name, error);
     }
 }

@@ -8,10 +8,12 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <mutex>
 #include <string_view>
 
 #include "io/filesystem/FileSystemHelper.h"
 #include "util/FixedStream.h"
+#include "util/MethodCaller.h"
 
 namespace io::filesystem {
 
@@ -40,8 +42,39 @@ void write(int file, const std::string& name, const util::Bytes& data) {
     }
 }
 
+// Appending is how the log writes, and it has to work when the process has no descriptor left: that is what
+// the log has to tell then. So one is kept in hand, and given up for the time of an append that finds no
+// other.
+class SpareDescriptor {
+public:
+    int openForAppending(const std::string& name) {
+        const int file = open(name);
+        if (file >= 0 || (errno != EMFILE && errno != ENFILE) || _spare < 0) {
+            return file;
+        }
+        close(_spare);
+        _spare = -1;
+        return open(name);
+    }
+    void keep() {
+        if (_spare < 0) {
+            _spare = openFile("/dev/null", O_RDONLY);
+        }
+    }
+
+private:
+    static int open(const std::string& name) {
+        return openFile(name.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666);
+    }
+    int _spare = -1;
+};
+
 void append(const std::string& name, const util::Bytes& data) {
-    const ScopedDescriptor file(openFile(name.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666));
+    static std::mutex mutex;
+    static SpareDescriptor spare;
+    const std::lock_guard guard(mutex);
+    const util::MethodCaller0 keeper(spare, &SpareDescriptor::keep);
+    const ScopedDescriptor file(spare.openForAppending(name));
     if (!file.isOpen()) {
         failOpening(name, errno, "The system call 'open' failed.");
     }

@@ -35,6 +35,7 @@ public:
     virtual void save(const std::string& name, const util::Bytes& data, std::uint32_t mode = 0) const = 0;
 };
 
+// Keeps one descriptor of the process in hand, so that an append works where there is none left.
 class SaveFileImpl final : public SaveFile {
 public:
     void save(const std::string& name, const util::Bytes& data, std::uint32_t mode = 0) const override;

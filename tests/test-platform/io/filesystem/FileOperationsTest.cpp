@@ -14,6 +14,7 @@
 #include "io/filesystem/FileSystemHelper.h"
 #include "io/filesystem/RemoveFile.h"
 #include "io/filesystem/SizeFile.h"
+#include "support/Descriptors.h"
 #include "support/Failure.h"
 #include "support/TempDir.h"
 #include "windows/file/CreateFolder.h"
@@ -136,6 +137,11 @@ TEST_F(FileOperationsTest, WhatIsAsWantedAlreadyIsNoFailure) {
     RemoveFileImpl().remove(at("logs/log.txt"));
     DeleteFileImpl().remove(at("file"), true);
     EXPECT_FALSE(std::filesystem::exists(at("logs/log.txt")) || std::filesystem::exists(at("file")));
+    {
+        const support::NoDescriptorsLeft limit;
+        EXPECT_THROW(RemoveFileImpl().remove(at("file")), RemoveFileException);
+    }
+    EXPECT_TRUE(ExistsFileImpl().exists(at("file")));
     RemoveFileImpl().remove(at("file"));
     RemoveFileImpl().remove(at("none/none"));
     DeleteFileImpl().remove(at("file"), false);

@@ -1,0 +1,375 @@
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+
+#include <optional>
+
+#include "system/Program.h"
+#include "system/Wire.h"
+
+// What goes wrong outside of the server, brought about for real. The table in docs/faults.md names these
+// tests.
+namespace systemtest {
+namespace {
+
+const std::string CREATE = "<create id=\"1\"/><addClass id=\"2\" className=\"x\"/>";
+const std::string QUERY_FAILED = "An error occurred when executing a classifier query.\n\n";
+
+std::string training(const std::string& classifier, const std::string& bytes = "some words") {
+    return request(texts(text("t", bytes)) +
+                   writeCalls(classifier, "<train id=\"1\" className=\"x\" textId=\"t\"/>"));
+}
+
+std::size_t countOf(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+std::size_t entriesOf(const std::string& folder) {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
+
+// File systems that only this test and its children see, as long as it lives.
+class OwnMounts {
+public:
+    OwnMounts() {
+        const uid_t user = ::geteuid();
+        const bool apart = ::unshare(CLONE_NEWNS) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
+        if (apart && ::geteuid() != user) {
+            const std::string id = std::to_string(user);
+            support::writeFile("/proc/self/uid_map", id + " " + id + " 1");
+        }
+        _allowed = apart && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    }
+    OwnMounts(const OwnMounts&) = delete;
+    OwnMounts& operator=(const OwnMounts&) = delete;
+    ~OwnMounts() {
+        for (const std::string& folder : _folders) {
+            ::umount2(folder.c_str(), MNT_DETACH);
+        }
+    }
+
+    // False where this user may not mount anything.
+    bool allowed() const { return _allowed; }
+    void smallDisk(const std::string& folder) {
+        std::filesystem::create_directories(folder);
+        require(::mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=2m"));
+        _folders.push_back(folder);
+    }
+    void itself(const std::string& folder) {
+        require(::mount(folder.c_str(), folder.c_str(), nullptr, MS_BIND, nullptr));
+        _folders.push_back(folder);
+    }
+    static void setReadOnly(const std::string& folder, bool readOnly) {
+        require(::mount(nullptr, folder.c_str(), nullptr,
+                        MS_REMOUNT | MS_BIND | static_cast<unsigned long>(readOnly ? MS_RDONLY : 0),
+                        nullptr));
+    }
+
+private:
+    static void require(int result) {
+        if (result != 0) {
+            throw std::system_error(errno, std::generic_category(), "mount");
+        }
+    }
+    bool _allowed = false;
+    std::vector<std::string> _folders;
+};
+
+const char* const NO_MOUNTS = "This user may not mount file systems, not even for itself.";
+
+// Takes all that is left of a disk.
+void fill(const std::string& file) {
+    std::ofstream out(file, std::ios::binary);
+    const std::string block(4096, 'x');
+    while (out.write(block.data(), static_cast<std::streamsize>(block.size())).flush()) {
+    }
+}
+
+TEST(FaultsTest, ADiskThatIsFullForAllComesBackByItself) {
+    OwnMounts mounts;
+    if (!mounts.allowed()) {
+        GTEST_SKIP() << NO_MOUNTS;
+    }
+    const Installation installation;
+    mounts.smallDisk(installation.file("classifiers"));
+    mounts.smallDisk(installation.file("logs"));
+    Settings settings;
+    settings.saveRequests = "true";
+    Server server(installation, settings);
+    ASSERT_TRUE(ask(server.port(), request(writeCalls("c", CREATE))).success);
+    const auto before = classesOf(server.port(), "c");
+    const std::string file = support::readFile(installation.classifier("c"));
+    fill(installation.file("classifiers/filler"));
+    fill(installation.file("logs/filler"));
+
+    const Answer answer = ask(server.port(), training("c"));
+    EXPECT_EQ(answer.code, 5000);
+    EXPECT_EQ(
+        answer.message.find(QUERY_FAILED + "An error occurred when trying to write the file.\nFilename: "
+                                           "'./classifiers//c.dat'."),
+        0u)
+        << answer.message;
+    EXPECT_NE(answer.message.find("No space left on device. Error code: 28."), std::string::npos);
+    EXPECT_EQ(classesOf(server.port(), "c"), before);
+    EXPECT_EQ(support::readFile(installation.classifier("c")), file);
+    EXPECT_EQ(entriesOf(installation.file("classifiers")), 2u);
+    EXPECT_EQ(entriesOf(installation.file("logs")), 3u);  // no dump
+    // The end of the last page of the log still takes a few entries.
+    const std::string full =
+        "Error when logging: An error occurred when trying to write the file.\nFilename: './logs/log.txt'.";
+    for (int tries = 0; tries < 100 && countOf(installation.output(), full) == 0; ++tries) {
+        EXPECT_EQ(classesOf(server.port(), "c"), before);
+    }
+    for (const std::string& words :
+         {full,
+          std::string("Skipping to save request, to little harddrive space (less than 1gb). Free space: 0"),
+          std::string("Failed to create dump (./logs/dump_threadid_"),
+          std::string(" bytes left, which is too little for a dump.")}) {
+        EXPECT_NE(installation.output().find(words), std::string::npos) << words;
+    }
+
+    std::filesystem::remove(installation.file("classifiers/filler"));
+    std::filesystem::remove(installation.file("logs/filler"));
+    EXPECT_TRUE(ask(server.port(), training("c")).success);
+    EXPECT_EQ(server.stop(), 0);
+    EXPECT_NE(installation.log().find("Closing server."), std::string::npos);
+}
+
+TEST(FaultsTest, AReadOnlyRootStillAnswersQuestions) {
+    OwnMounts mounts;
+    if (!mounts.allowed()) {
+        GTEST_SKIP() << NO_MOUNTS;
+    }
+    const Installation installation;
+    const std::string root = installation.file("classifiers");
+    std::filesystem::create_directory(root);
+    mounts.itself(root);
+    auto server = std::make_unique<Server>(installation);
+    ASSERT_TRUE(ask(server->port(), request(writeCalls("c", CREATE))).success);
+    const auto before = classesOf(server->port(), "c");
+    OwnMounts::setReadOnly(root, true);
+    for (int round = 0; round < 2; ++round) {
+        for (const std::string& change : {training("c"), request(writeCalls("c", "<remove id=\"1\"/>")),
+                                          request(writeCalls("d", CREATE))}) {
+            const Answer answer = ask(server->port(), change);
+            EXPECT_EQ(answer.code, 5000);
+            EXPECT_EQ(answer.message.find(QUERY_FAILED), 0u) << answer.message;
+            EXPECT_NE(answer.message.find("Read-only file system. Error code: 30."), std::string::npos)
+                << answer.message;
+        }
+        EXPECT_EQ(classesOf(server->port(), "c"), before);
+        EXPECT_EQ(entriesOf(root), 1u);
+        // Also one that finds it so when it starts.
+        EXPECT_EQ(server->stop(), 0);
+        server.reset();
+        server = std::make_unique<Server>(installation);
+    }
+    OwnMounts::setReadOnly(root, false);
+    EXPECT_TRUE(ask(server->port(), training("c")).success);
+    EXPECT_EQ(server->stop(), 0);
+}
+
+TEST(FaultsTest, FilesGoAndChangeUnderTheServer) {
+    const Installation installation;
+    Settings settings;
+    settings.saveRequests = "true";
+    Server server(installation, settings);
+    ASSERT_TRUE(ask(server.port(), request(writeCalls("c", CREATE))).success);
+    ASSERT_TRUE(ask(server.port(), training("c")).success);
+    namespace fs = std::filesystem;
+    const std::string c = installation.classifier("c");
+    const std::string root = installation.file("classifiers");
+    const std::string logs = installation.file("logs");
+    const struct {
+        const char* what;
+        std::function<void()> fault;
+        int code;  // of training
+        const char* words;
+        std::function<void()> remedy;
+    } rows[] = {
+        {"the file is removed", [&] { fs::remove(c); }, 2000, "", [] {}},
+        {"the file is damaged", [&] { support::writeFile(c, "x"); }, 2000, "", [] {}},
+        {"the file is a directory",
+         [&] {
+             fs::remove(c);
+             fs::create_directory(c);
+         },
+         5000, "Is a directory. Error code: 21.", [&] { fs::remove(c); }},
+        {"the root is gone", [&] { fs::rename(root, root + ".away"); }, 5000,
+         "No such file or directory. Error code: 2.", [&] { fs::rename(root + ".away", root); }},
+        {"the logs are gone", [&] { fs::rename(logs, logs + ".away"); }, 2000, "",
+         [&] {
+             EXPECT_NE(installation.output().find("Could not save a request: "), std::string::npos);
+             EXPECT_NE(installation.output().find("Error when logging: "), std::string::npos);
+             fs::rename(logs + ".away", logs);
+         }},
+        {"schemas, configuration and program are gone",
+         [&] {
+             fs::remove_all(installation.file("xml"));
+             fs::remove(installation.file("config.xml"));
+             fs::remove(installation.program());
+         },
+         2000, "", [] {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        const auto before = classesOf(server.port(), "c");
+        EXPECT_EQ(before.size(), 1u);
+        row.fault();
+        EXPECT_EQ(classesOf(server.port(), "c"), before);
+        const Answer answer = ask(server.port(), training("c"));
+        EXPECT_EQ(answer.code, row.code);
+        EXPECT_NE(answer.message.find(row.words), std::string::npos) << answer.message;
+        row.remedy();
+        EXPECT_EQ(classesOf(server.port(), "c") == before, row.code != 2000);
+        EXPECT_TRUE(ask(server.port(), training("c")).success);
+        EXPECT_GT(support::readFile(c).size(), 100u);
+    }
+    EXPECT_EQ(server.stop(), 0);
+    EXPECT_NE(installation.log().find("Closing server."), std::string::npos);
+}
+
+// The clients of one server, each with a place and a thread of its own.
+class Waiting {
+public:
+    Waiting(Server& server, const Installation& installation)
+        : _server(server), _installation(installation) {}
+    // False if the server doesn't serve one more because it logs these words first.
+    bool add(const std::string& orElse) {
+        const std::string served = "Running connection ";
+        const std::size_t before = countOf(_installation.log(), served);
+        _clients.push_back(std::make_unique<Connection>(_server.port()));
+        eventually([&] {
+            const std::string log = _installation.log();
+            return countOf(log, served) > before || countOf(log, orElse) != 0;
+        });
+        return countOf(_installation.log(), served) > before;
+    }
+    Answer ask(std::size_t client, const std::string& wholeRequest) {
+        _clients[client]->send(wholeRequest);
+        _clients[client]->endSending();
+        return parse(_clients[client]->receive());
+    }
+    std::string receiveLast() { return _clients.back()->receive(); }
+    void leave() { _clients.clear(); }
+
+private:
+    Server& _server;
+    const Installation& _installation;
+    std::vector<std::unique_ptr<Connection>> _clients;
+};
+
+TEST(FaultsTest, WithoutDescriptorsClientsWaitAndTheLogSaysSo) {
+    const Installation installation;
+    Settings settings;
+    settings.maxClients = "1000";
+    // Nobody sees the console of this one.
+    Server server(installation, settings, {"-quiet"});
+    ASSERT_TRUE(ask(server.port(), request(writeCalls("c", CREATE))).success);
+    const auto before = classesOf(server.port(), "c");
+    const std::size_t open = entriesOf("/proc/" + std::to_string(server.process().id()) + "/fd");
+    const Limit limit(server.process().id(), RLIMIT_NOFILE, open + 4);
+    Waiting clients(server, installation);
+    const std::string refused = "Error accepting a connection. Failed using the accept system call. ";
+    while (clients.add(refused)) {
+    }
+    EXPECT_NE(installation.log().find("Too many open files"), std::string::npos);
+    const Answer answer = clients.ask(0, training("c"));
+    EXPECT_EQ(answer.code, 5000);
+    EXPECT_NE(answer.message.find("Too many open files. Error code: 24."), std::string::npos)
+        << answer.message;
+    EXPECT_EQ(countOf(installation.log(), QUERY_FAILED), 1u);
+    // When they have gone, all is as before.
+    clients.leave();
+    EXPECT_EQ(classesOf(server.port(), "c"), before);
+    EXPECT_TRUE(ask(server.port(), training("c")).success);
+    EXPECT_EQ(server.stop(), 0);
+}
+
+TEST(FaultsTest, WithoutThreadsOnlyNewClientsLoseTheirConnection) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP()
+            << "Only the administrator can run the server as a user of its own, whose threads are counted.";
+    }
+    const Installation installation;
+    const auto user = static_cast<uid_t>(1'000'000 + ::getpid());
+    for (const std::string& folder : {installation.outside(), installation.path()}) {
+        ASSERT_EQ(::chown(folder.c_str(), user, user), 0);
+    }
+    const auto asUserWithFewThreads = [user] {
+        const rlimit few{10, 10};
+        if (::setrlimit(RLIMIT_NPROC, &few) != 0 || ::setresgid(user, user, user) != 0 ||
+            ::setresuid(user, user, user) != 0) {
+            ::_exit(126);
+        }
+    };
+    Server server(installation, {}, {}, asUserWithFewThreads);
+    ASSERT_TRUE(ask(server.port(), request(writeCalls("c", CREATE))).success);
+    Waiting clients(server, installation);
+    const std::string failed = "Error creating thread using '_beginthreadex'. errno: 11.";
+    while (clients.add(failed)) {
+    }
+    EXPECT_EQ(clients.receiveLast(), "");
+    EXPECT_TRUE(clients.ask(0, training("c")).success);
+    clients.leave();
+    EXPECT_TRUE(eventually([&] { return replyTo(server.port(), training("c")) != ""; }));
+    EXPECT_EQ(server.stop(), 0);
+}
+
+TEST(FaultsTest, WithoutMemoryARequestIsLostAndNothingElse) {
+#ifdef MORVANE_SANITIZED
+    GTEST_SKIP() << "The sanitizers need more address space than any limit leaves.";
+#endif
+    // Otherwise each thread begins with address space in hand.
+    ::setenv("MALLOC_ARENA_MAX", "1", 1);
+    const Installation installation;
+    std::string words;
+    for (int i = 0; i < 200'000; ++i) {
+        words.append("w").append(std::to_string(i)).append(" ");
+    }
+    auto server = std::make_unique<Server>(installation);
+    ASSERT_TRUE(ask(server->port(), request(writeCalls("c", CREATE))).success);
+    ASSERT_TRUE(ask(server->port(), training("c", words)).success);
+    const auto before = classesOf(server->port(), "c");
+    const std::string file = support::readFile(installation.classifier("c"));
+    for (const char* what : {"load", "clone"}) {
+        SCOPED_TRACE(what);
+        EXPECT_EQ(server->stop(), 0);
+        server.reset();
+        std::filesystem::remove(installation.file("logs/log.txt"));
+        server = std::make_unique<Server>(installation);
+        const bool clones = what == std::string("clone");
+        if (clones) {
+            EXPECT_EQ(classesOf(server->port(), "c"), before);
+        }
+        {
+            Waiting clients(*server, installation);
+            ASSERT_TRUE(clients.add("nothing else"));
+            const std::string size =
+                support::readFile("/proc/" + std::to_string(server->process().id()) + "/statm");
+            const Limit limit(server->process().id(), RLIMIT_AS,
+                              std::stoull(size) * static_cast<rlim_t>(::getpagesize()) + 1'000'000);
+            const Answer answer =
+                clients.ask(0, clones ? training("c") : request(readCalls(information("c"))));
+            EXPECT_EQ(answer.code, 5030);
+            EXPECT_EQ(answer.message.find_first_not_of('\t'), std::string::npos);
+        }
+        for (const char* line :
+             {"\nA std exception occured when trying to read xml parameters, exception type: "
+              "std::bad_alloc\n",
+              "\nOut of memory.\n"}) {
+            EXPECT_NE(installation.log().find(line), std::string::npos) << line;
+        }
+        EXPECT_EQ(classesOf(server->port(), "c"), before);
+        EXPECT_TRUE(support::readFile(installation.classifier("c")) == file);
+    }
+    EXPECT_TRUE(ask(server->port(), training("c")).success);
+    EXPECT_EQ(server->stop(), 0);
+}
+
+}  // namespace
+}  // namespace systemtest
