@@ -36,11 +36,15 @@ std::size_t entriesOf(const std::string& folder) {
 class OwnMounts {
 public:
     OwnMounts() {
-        const uid_t user = ::geteuid();
-        const bool apart = ::unshare(CLONE_NEWNS) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
-        if (apart && ::geteuid() != user) {
-            const std::string id = std::to_string(user);
-            support::writeFile("/proc/self/uid_map", id + " " + id + " 1");
+        const std::string user = std::to_string(::geteuid());
+        const std::string group = std::to_string(::getegid());
+        bool apart = ::unshare(CLONE_NEWNS) == 0;
+        if (!apart && ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0) {
+            // Without a number of its own in there, the user could not make files on the new disks.
+            support::writeFile("/proc/self/setgroups", "deny");
+            support::writeFile("/proc/self/uid_map", user + " " + user + " 1");
+            support::writeFile("/proc/self/gid_map", group + " " + group + " 1");
+            apart = true;
         }
         _allowed = apart && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
     }
