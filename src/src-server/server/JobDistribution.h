@@ -50,12 +50,11 @@ struct HeldClassifier {
 //    removed, or its creator may have given up. So whoever gets a lock asks isRemoved(), and starts again
 //    with get() if that is true: then there is another object, or the file, or a clear "could not be found".
 // 3. Only a thread with the writer lock removes an object, so a removal waits for every sequence that works
-// on
-//    it. Eviction takes only what nobody else holds: such an object is committed, and its file says the same.
-//    Together these make "I hold a lock and isRemoved() is false" the same as "this is the table's object".
+//    on it. Eviction takes only what nobody else holds: such an object is committed, and its file says the
+//    same. Together these make "I hold a lock and isRemoved() is false" the same as "this is the table's
+//    object".
 // 4. That a classifier exists already is said only of one that is committed: create() waits, like a reader,
-// for
-//    the writer of an object in its way. Otherwise a client could be told of a classifier that, its own
+//    for the writer of an object in its way. Otherwise a client could be told of a classifier that, its own
 //    creator having failed, never was.
 //
 // Locks, from outside in: the writer or reader lock of one classifier, the table's mutex, the lock of one
@@ -135,8 +134,7 @@ private:
     const std::string _root;
     Log& _log;
 
-    // Pointers are shared because a classifier that leaves the table lives on for whoever still works with
-    // it.
+    // Shared, because a classifier that leaves the table lives on for whoever still works with it.
     std::map<std::string, boost::shared_ptr<ThreadSafeClassifier>> _classifiers;
     platform::mutex::MutexImpl _mutex;  // guards _classifiers
 };

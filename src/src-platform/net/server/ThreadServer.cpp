@@ -60,8 +60,8 @@ void ThreadServerBase::testPort() const {
 }
 
 void ThreadServerBase::start() {
-    _createClientsThread->start();
     try {
+        _createClientsThread->start();
         _deleteClientsThread->start();
         _reaps = true;
     } catch (...) {

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <fstream>
 #include <functional>
 #include <future>
@@ -20,36 +19,27 @@
 #include "platform/thread/ThreadException.h"
 #include "platform/thread/ThreadFactoryImpl.h"
 #include "support/Descriptors.h"
+#include "support/Eventually.h"
 #include "support/LoopbackClient.h"
-#include "support/WaitUntil.h"
 #include "util/Converter.h"
 #include "util/MethodCaller.h"
 
 namespace net::server {
 namespace {
 
-using net::socket::IdleBounds;
 using net::socket::SocketException;
-using net::socket::SocketStream;
+using platform::thread::ThreadException;
+using support::eventually;
+using support::LoopbackClient;
 
 // Long enough for a stop that waits for its clients' patience to be noticed.
-constexpr IdleBounds PATIENT = {std::chrono::hours(1), std::chrono::hours(1)};
+constexpr net::socket::IdleBounds PATIENT = {std::chrono::hours(1), std::chrono::hours(1)};
 
 // What the clients of one test share.
 struct Control {
-    void enter(std::uint32_t id) {
-        const std::lock_guard guard(mutex);
-        EXPECT_TRUE(ids.insert(id).second) << "number " << id << " was given twice";
-        mostAlive = std::max(mostAlive, ++alive);
-    }
-    void leave() {
-        const std::lock_guard guard(mutex);
-        --alive;
-    }
-
     std::mutex mutex;
-    std::set<std::uint32_t> ids;
-    int alive = 0;  // from building to deletion
+    std::set<std::uint32_t> ids;  // of all clients that were ever built
+    int alive = 0;                // from building to deletion
     int mostAlive = 0;
     std::atomic<int> buildsToFail = 0;
     std::atomic<int> answering = 0;
@@ -66,9 +56,14 @@ public:
             --_control->buildsToFail;
             throw std::bad_alloc();
         }
-        _control->enter(id);
+        const std::lock_guard guard(_control->mutex);
+        EXPECT_TRUE(_control->ids.insert(id).second) << "number " << id << " was given twice";
+        _control->mostAlive = std::max(_control->mostAlive, ++_control->alive);
     }
-    ~EchoClient() override { _control->leave(); }
+    ~EchoClient() override {
+        const std::lock_guard guard(_control->mutex);
+        --_control->alive;
+    }
 
     void run() override {
         const util::MethodCaller0<Connection, void (Connection::*)()> quitter(*this, &Connection::quit);
@@ -84,7 +79,7 @@ public:
                 request.assign(_control->answerSize, 'y');
             }
             _socketStream->write(request.data(), request.size());
-            _socketStream->shutdown(SocketStream::SEND);
+            _socketStream->shutdown(net::socket::SocketStream::SEND);
         } catch (const SocketException&) {
         }
         _socketStream->close();
@@ -113,67 +108,70 @@ private:
     std::vector<std::string> _texts;
 };
 
-// A thread that the system has no room for.
-class UnstartableThread final : public platform::thread::InheritableThreadImpl {
-public:
-    UnstartableThread(const platform::thread::ThreadFactory& factory, std::function<void()> meanwhile)
-        : InheritableThreadImpl(factory), _meanwhile(std::move(meanwhile)) {}
-    void start() override {
-        _meanwhile();
-        throw platform::thread::ThreadException("No more threads.");
-    }
-    void run() override {}
-
-private:
-    const std::function<void()> _meanwhile;
-};
-
+// Some of its threads, counted from 1, don't start, and something happens meanwhile.
 class SparseThreadFactory final : public platform::thread::ThreadFactory {
 public:
-    // meanwhile is what happens while a thread fails to start.
     explicit SparseThreadFactory(
-        std::set<int> unstartable, std::function<void()> meanwhile = [] {})
-        : _unstartable(std::move(unstartable)), _meanwhile(std::move(meanwhile)) {}
+        int unstartable, std::function<void()> meanwhile = [] {})
+        : _unstartable(unstartable), _meanwhile(std::move(meanwhile)) {}
     std::unique_ptr<platform::thread::Thread> create(platform::thread::Runnable& runnable) const override {
-        if (_unstartable.count(++_made) != 0) {
-            return std::make_unique<UnstartableThread>(_factory, _meanwhile);
+        class Unstartable final : public platform::thread::InheritableThreadImpl {
+        public:
+            Unstartable(const platform::thread::ThreadFactory& factory, std::function<void()> meanwhile)
+                : InheritableThreadImpl(factory), _meanwhile(std::move(meanwhile)) {}
+            void start() override {
+                _meanwhile();
+                throw ThreadException("No more threads.");
+            }
+            void run() override {}
+
+        private:
+            const std::function<void()> _meanwhile;
+        };
+        if (++_made == _unstartable) {
+            return std::make_unique<Unstartable>(_factory, _meanwhile);
         }
         return _factory.create(runnable);
     }
 
 private:
     platform::thread::ThreadFactoryImpl _factory;
-    const std::set<int> _unstartable;
+    const int _unstartable;
     const std::function<void()> _meanwhile;
     mutable std::atomic<int> _made = 0;
 };
 
 class ThreadServerTest : public testing::Test {
 protected:
-    ~ThreadServerTest() override { EXPECT_EQ(control.alive, 0); }
+    ~ThreadServerTest() override {
+        EXPECT_EQ(control.alive, 0);
+        EXPECT_EQ(support::openDescriptors(), descriptors);
+        EXPECT_TRUE(eventually([&] { return support::runningThreads() == running; }));
+    }
 
     platform::thread::ThreadFactoryImpl threads;
     Control control;
     CountingLog log;
+    const std::size_t descriptors = support::openDescriptors();
+    const std::size_t running = [] {
+        std::jthread([] {}).join();  // the first thread of a process may bring one of the run time's own
+        return support::runningThreads();
+    }();
 };
 
-TEST_F(ThreadServerTest, ManyClientsShareFewPlacesAndLeaveNothingBehind) {
+TEST_F(ThreadServerTest, ManyClientsShareFewPlaces) {
     constexpr int CLIENTS = 8;
     constexpr int REQUESTS = 40;
-    const std::size_t descriptors = support::openDescriptors();
-    std::jthread([] {}).join();  // the first thread of a process may bring one of the run time's own with it
-    const std::size_t running = support::runningThreads();
     for (const int places : {1, 3}) {
         EchoServer server(threads, 0, places, 100, &control, &log);
         server.start();
         {
             std::vector<std::jthread> clients;
-            clients.reserve(CLIENTS);
             for (int c = 0; c < CLIENTS; ++c) {
                 clients.emplace_back([&, c] {
                     for (int i = 0; i < REQUESTS; ++i) {
                         const std::string request = std::to_string(c) + ":" + std::to_string(i);
-                        EXPECT_EQ(support::LoopbackClient(server.port()).ask(request), request);
+                        EXPECT_EQ(LoopbackClient(server.port()).ask(request), request);
                     }
                 });
             }
@@ -187,58 +185,50 @@ TEST_F(ThreadServerTest, ManyClientsShareFewPlacesAndLeaveNothingBehind) {
         EXPECT_EQ(*control.ids.rbegin(), static_cast<std::uint32_t>(CLIENTS * REQUESTS));
         control.ids.clear();
     }
-    EXPECT_EQ(support::openDescriptors(), descriptors);
-    EXPECT_TRUE(support::waitUntil([&] { return support::runningThreads() == running; }));
     // One failing accept for each server that was stopped.
     EXPECT_EQ(log.texts().size(), 2u);
 }
 
 TEST_F(ThreadServerTest, StopEndsClientsThatWouldNotEndByThemselves) {
-    const std::size_t descriptors = support::openDescriptors();
-    {
-        control.answerSize = 64 << 20;
-        EchoServer server(threads, 0, 3, 100, &control, &log, PATIENT);
-        server.start();
-        const support::LoopbackClient silent(server.port());
-        support::LoopbackClient halfWay(server.port());
-        halfWay.send("half a requ");
-        support::LoopbackClient notReading(server.port(), 4096);
-        notReading.halfClose();
-        const support::LoopbackClient waiting(server.port());  // no place is left for it
-        ASSERT_TRUE(support::waitUntil([&] { return control.answering == 1; }));
-        server.stop();
-        EXPECT_EQ(control.stops, 3);
-        EXPECT_EQ(control.alive, 0);
-    }
-    EXPECT_EQ(support::openDescriptors(), descriptors);
+    control.answerSize = 64 << 20;
+    EchoServer server(threads, 0, 3, 100, &control, &log, PATIENT);
+    server.start();
+    const LoopbackClient silent(server.port());
+    LoopbackClient halfWay(server.port());
+    halfWay.send("half a requ");
+    LoopbackClient notReading(server.port(), 4096);
+    notReading.halfClose();
+    const LoopbackClient waiting(server.port());  // no place is left for it
+    ASSERT_TRUE(eventually([&] { return control.answering == 1; }));
+    server.stop();
+    EXPECT_EQ(control.stops, 3);
+    EXPECT_EQ(control.alive, 0);
 }
 
 TEST_F(ThreadServerTest, ClientThatIsBeingAnsweredWhenTheServerStopsGetsItsAnswer) {
     control.mayAnswer = false;
     EchoServer server(threads, 0, 2, 100, &control, &log, PATIENT);
     server.start();
-    support::LoopbackClient client(server.port());
+    LoopbackClient client(server.port());
     client.send("request");
     client.halfClose();
-    ASSERT_TRUE(support::waitUntil([&] { return control.answering == 1; }));
-    std::future<void> stopping = std::async(std::launch::async, [&] { server.stop(); });
-    EXPECT_TRUE(support::waitUntil([&] { return control.stops == 1; }));
+    ASSERT_TRUE(eventually([&] { return control.answering == 1; }));
+    const std::future<void> stopping = std::async(std::launch::async, [&] { server.stop(); });
+    EXPECT_TRUE(eventually([&] { return control.stops == 1; }));
     control.mayAnswer = true;
     control.mayAnswer.notify_all();
     EXPECT_EQ(client.receiveAll(), "request");
-    stopping.get();
 }
 
 TEST_F(ThreadServerTest, ClientThatCannotBeMadeCostsNeitherItsPlaceNorTheServer) {
     // Threads 1 and 2 are the server's own; 3 is that of the client that memory runs out for.
-    SparseThreadFactory sparse({4});
+    const SparseThreadFactory sparse(4);
     control.buildsToFail = 1;
     EchoServer server(sparse, 0, 1, 100, &control, &log);
     server.start();
-    for (int lost = 0; lost < 2; ++lost) {
-        EXPECT_EQ(support::LoopbackClient(server.port()).receiveAll(), "");
-    }
-    EXPECT_EQ(support::LoopbackClient(server.port()).ask("x"), "x");
+    EXPECT_EQ(LoopbackClient(server.port()).receiveAll(), "");
+    EXPECT_EQ(LoopbackClient(server.port()).receiveAll(), "");
+    EXPECT_EQ(LoopbackClient(server.port()).ask("x"), "x");
     server.stop();
     EXPECT_EQ(control.ids, (std::set<std::uint32_t>{2, 3}));
     const std::vector<std::string> texts = log.texts();
@@ -250,11 +240,11 @@ TEST_F(ThreadServerTest, ClientThatCannotBeMadeCostsNeitherItsPlaceNorTheServer)
 
 TEST_F(ThreadServerTest, ClientWaitsWhileThereAreNoDescriptorsAndTheServerDoesNotSpin) {
     EchoServer server(threads, 0, 1, 100, &control, &log);
-    support::LoopbackClient client(server.port());
+    LoopbackClient client(server.port());
     {
         const support::NoDescriptorsLeft limit;
         server.start();
-        ASSERT_TRUE(support::waitUntil([&] { return log.texts().size() >= 2; }));
+        ASSERT_TRUE(eventually([&] { return log.texts().size() >= 2; }));
         EXPECT_LE(log.texts().size(), 20u);
         EXPECT_NE(log.texts()[0].find("Too many open files"), std::string::npos);
     }
@@ -262,11 +252,10 @@ TEST_F(ThreadServerTest, ClientWaitsWhileThereAreNoDescriptorsAndTheServerDoesNo
     server.stop();
 }
 
-TEST_F(ThreadServerTest, PortOfAnotherListenerIsRefusedAndNothingIsLeftBehind) {
+TEST_F(ThreadServerTest, PortOfAnotherListenerIsRefused) {
     const windows::net::winsock::WinsockErrors mapper;
     const net::socket::SocketStreamFactoryImpl streams(mapper);
-    net::socket::ServerSocketImpl other(mapper, streams, 0, 5);
-    const std::size_t descriptors = support::openDescriptors();
+    const net::socket::ServerSocketImpl other(mapper, streams, 0, 5);
     try {
         const EchoServer server(threads, other.port(), 1, 100, &control, nullptr);
         FAIL() << "the port was taken";
@@ -274,28 +263,25 @@ TEST_F(ThreadServerTest, PortOfAnotherListenerIsRefusedAndNothingIsLeftBehind) {
         EXPECT_EQ(e.what(), "The port, " + std::to_string(other.port()) + ", is already in use.");
     }
     EXPECT_THROW(EchoServer(threads, 0, -1, 100, &control, nullptr), util::ConverterException);
-    EXPECT_EQ(support::openDescriptors(), descriptors);
 }
 
 TEST_F(ThreadServerTest, PortTestThatReachesItselfFindsThePortFree) {
     // A network of its own, in which every caller gets the one port that is also the server's.
-    constexpr std::uint16_t PORT = 40001;
     bool isApart = false;
     std::jthread([&] {
         if (unshare(CLONE_NEWNET) != 0) {
             return;
         }
         const int any = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        ifreq loopback = {};
-        std::strcpy(loopback.ifr_name, "lo");
+        ifreq loopback = {{"lo"}, {}};
         loopback.ifr_flags = IFF_UP;
         isApart = ioctl(any, SIOCSIFFLAGS, &loopback) == 0;
         close(any);
         std::ofstream range("/proc/sys/net/ipv4/ip_local_port_range");
-        range << PORT << " " << PORT << std::flush;
+        range << "40001 40001" << std::flush;
         isApart = isApart && range.good();
         for (int round = 0; isApart && round < 2; ++round) {
-            EXPECT_NO_THROW(EchoServer(threads, PORT, 1, 5, &control, nullptr));
+            EXPECT_NO_THROW(EchoServer(threads, 40001, 1, 5, &control, nullptr));
         }
     }).join();
     if (!isApart) {
@@ -303,19 +289,23 @@ TEST_F(ThreadServerTest, PortTestThatReachesItselfFindsThePortFree) {
     }
 }
 
-TEST_F(ThreadServerTest, StopsWithoutHavingStartedAndWhenHalfOfItCannotStart) {
+TEST_F(ThreadServerTest, StopsWithoutHavingStartedAndWhenAPartOfItCannotStart) {
     EchoServer neverStarted(threads, 0, 2, 100, &control, nullptr);
     neverStarted.stop();
     neverStarted.join();
-
-    // The half that runs serves a client, which nobody reaps, in the only place.
-    std::uint16_t port = 0;
-    const SparseThreadFactory sparse(
-        {2}, [&port] { EXPECT_EQ(support::LoopbackClient(port).ask("early"), "early"); });
-    EchoServer halfStarted(sparse, 0, 1, 100, &control, nullptr);
-    port = halfStarted.port();
-    EXPECT_THROW(halfStarted.start(), platform::thread::ThreadException);
-    EXPECT_THROW(support::LoopbackClient(halfStarted.port()), std::system_error);
+    for (const int unstartable : {1, 2}) {
+        std::uint16_t port = 0;
+        const SparseThreadFactory sparse(unstartable, [&] {
+            if (unstartable ==
+                2) {  // the half that runs serves a client, which nobody reaps, in the only place
+                EXPECT_EQ(LoopbackClient(port).ask("early"), "early");
+            }
+        });
+        EchoServer server(sparse, 0, 1, 100, &control, nullptr);
+        port = server.port();
+        EXPECT_THROW(server.start(), ThreadException);
+        EXPECT_THROW(LoopbackClient{port}, std::system_error) << unstartable;
+    }
 }
 
 }  // namespace
