@@ -24,7 +24,7 @@ public:
             setsockopt(_descriptor, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof(receiveBuffer));
         }
         // No test waits longer than this for a server that should have spoken.
-        const timeval patience = {30, 0};
+        const timeval patience = {90, 0};
         setsockopt(_descriptor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
         setsockopt(_descriptor, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
         sockaddr_in address = {};

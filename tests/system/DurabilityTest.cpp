@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
-
 #include "system/Program.h"
 #include "system/Wire.h"
 
@@ -22,39 +19,6 @@ std::string distinctWords(int count) {
         words.append("w").append(std::to_string(i * 7919)).append(" ");
     }
     return words;
-}
-
-TEST(DurabilityTest, AKilledServerKeepsEveryAcknowledgedCommit) {
-    const Installation installation;
-    auto server = std::make_unique<Server>(installation);
-    ASSERT_TRUE(ask(server->port(), request(writeCalls("c", CREATE))).success);
-    // Enough old features for a save to take its time; each commit then adds one occurrence of one word.
-    ASSERT_TRUE(ask(server->port(), training("c", distinctWords(20'000))).success);
-    std::uint64_t known = classesOf(server->port(), "c")["x"].totalCount;
-    for (const int enough : {1, 3, 2, 5}) {
-        std::atomic<int> acknowledged = 0;
-        std::thread client([&, port = server->port()] {
-            try {
-                while (ask(port, training("c", "word")).success) {
-                    ++acknowledged;
-                }
-            } catch (const std::runtime_error&) {
-                // The connection that the killed server never answered.
-            }
-        });
-        EXPECT_TRUE(eventually([&] { return acknowledged >= enough; }));
-        server->process().signal(SIGKILL);
-        EXPECT_EQ(server->process().wait(), 128 + SIGKILL);
-        client.join();
-
-        server = std::make_unique<Server>(installation);
-        const std::uint64_t found = classesOf(server->port(), "c")["x"].totalCount;
-        // The last commit may have reached the disk without its answer reaching the client.
-        EXPECT_GE(found, known + static_cast<std::uint64_t>(acknowledged));
-        EXPECT_LE(found, known + static_cast<std::uint64_t>(acknowledged) + 1);
-        known = found;
-    }
-    EXPECT_EQ(server->stop(), 0);
 }
 
 TEST(DurabilityTest, ACrashLeavesNoTemporaryFileForLong) {

@@ -159,7 +159,7 @@ struct Settings {
     std::string maxInput = "20000000";
     std::string maxClients = "20";
     std::string clientQueueSize = "100";
-    std::string classifierRootPath;
+    std::string classifierRootPath = "";
     std::string logLevel = "log";
     std::string logMemory = "false";
     std::string saveRequests = "false";

@@ -1,13 +1,8 @@
 #pragma once
 
-#include <arpa/inet.h>
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 #include <libxml/xmlschemas.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/time.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <map>
@@ -17,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "support/LoopbackClient.h"
 #include "util/Base64.h"
 #include "util/Bytes.h"
 
@@ -24,62 +20,16 @@
 // them.
 namespace systemtest {
 
-// One connection over the loopback. Nothing in here waits for more than a minute and a half.
-class Connection {
-public:
-    explicit Connection(std::uint16_t port) : _socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        const timeval limit{90, 0};
-        ::setsockopt(_socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
-        ::setsockopt(_socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port);
-        if (::connect(_socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
-            ::close(_socket);
-            throw std::runtime_error("connect failed");
-        }
-    }
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-    ~Connection() { ::close(_socket); }
-
-    void send(std::string_view bytes) {
-        while (!bytes.empty()) {
-            const ssize_t sent = ::send(_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-            if (sent <= 0) {
-                throw std::runtime_error("send failed");
-            }
-            bytes.remove_prefix(static_cast<std::size_t>(sent));
-        }
-    }
-    void endSending() { ::shutdown(_socket, SHUT_WR); }
-
+// One connection over the loopback.
+struct Connection : support::LoopbackClient {
+    using LoopbackClient::LoopbackClient;
+    void endSending() { halfClose(); }
     // Everything up to the server's end.
-    std::string receive() {
-        std::string all;
-        char buffer[16384];
-        for (;;) {
-            const ssize_t received = ::recv(_socket, buffer, sizeof(buffer), 0);
-            if (received < 0) {
-                throw std::runtime_error("receive failed");
-            }
-            if (received == 0) {
-                return all;
-            }
-            all.append(buffer, static_cast<std::size_t>(received));
-        }
-    }
-
-private:
-    int _socket;
+    std::string receive() { return receiveAll(); }
 };
 
 inline std::string replyTo(std::uint16_t port, std::string_view request) {
-    Connection connection(port);
-    connection.send(request);
-    connection.endSending();
-    return connection.receive();
+    return Connection(port).ask(request);
 }
 
 // What stands between the root's tags of a request. Nothing is escaped: tests say what they mean.

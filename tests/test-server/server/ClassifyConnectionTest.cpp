@@ -11,35 +11,32 @@
 #include "net/socket/SocketException.h"
 #include "platform/thread/ThreadFactoryImpl.h"
 #include "server/LogLevel.h"
-#include "support/Descriptors.h"
+#include "support/Eventually.h"
 #include "support/LoopbackClient.h"
 #include "support/RecordingLog.h"
-#include "support/WaitUntil.h"
 
 namespace halvern::morvane {
 namespace {
 
+using exceptions::IllegalArgumentException;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using support::eventually;
 using support::LoopbackClient;
 using Handler = std::function<std::string(const std::string&)>;
+using Texts = std::vector<std::string>;
 
-class FakeClassifier final : public StringClassifier {
-public:
-    explicit FakeClassifier(const Handler& handler) : _handler(handler) {}
-    std::string& handle(std::string& out, const std::string& request) override {
-        return out = _handler(request);
-    }
-
-private:
-    const Handler& _handler;
-};
-
-class FakeClassifierFactory final : public StringClassifierFactory {
-public:
+struct FakeClassifierFactory final : StringClassifierFactory {
+    struct Fake final : StringClassifier {
+        explicit Fake(const Handler& handler) : handler(handler) {}
+        std::string& handle(std::string& out, const std::string& request) override {
+            return out = handler(request);
+        }
+        const Handler& handler;
+    };
     std::unique_ptr<StringClassifier> create() const override {
         onCreate();
-        return std::make_unique<FakeClassifier>(handler);
+        return std::make_unique<Fake>(handler);
     }
     std::function<void()> onCreate = [] {};
     Handler handler = [](const std::string& request) {
@@ -47,27 +44,19 @@ public:
     };
 };
 
-class FakeErrorResponse final : public ErrorResponse {
-public:
-    explicit FakeErrorResponse(std::size_t padding) : _padding(padding) {}
-    std::string& render(std::string& out, std::int32_t statusCode, const std::string& message) override {
-        return out = std::to_string(statusCode) + ":" + message + std::string(_padding, '.');
-    }
-
-private:
-    const std::size_t _padding;
-};
-
-class FakeErrorResponseFactory final : public ErrorResponseFactory {
-public:
-    std::unique_ptr<ErrorResponse> create() const override {
-        return std::make_unique<FakeErrorResponse>(padding);
-    }
+struct FakeErrorResponseFactory final : ErrorResponseFactory {
+    struct Fake final : ErrorResponse {
+        explicit Fake(std::size_t padding) : padding(padding) {}
+        std::string& render(std::string& out, std::int32_t statusCode, const std::string& message) override {
+            return out = std::to_string(statusCode) + ":" + message + std::string(padding, '.');
+        }
+        const std::size_t padding;
+    };
+    std::unique_ptr<ErrorResponse> create() const override { return std::make_unique<Fake>(padding); }
     std::size_t padding = 0;
 };
 
-class FakeTerminateHandler final : public exceptions::TerminateHandler {
-public:
+struct FakeTerminateHandler final : exceptions::TerminateHandler {
     void onTerminate() noexcept override { std::abort(); }
     void install() override { ++installed; }
     std::atomic<int> installed = 0;
@@ -90,15 +79,18 @@ protected:
 
     std::string ask(std::string_view request) { return LoopbackClient(server->port()).ask(request); }
 
-    std::size_t count(const std::string& part) const {
-        std::size_t found = 0;
+    Texts textsWith(const std::string& part) const {
+        Texts texts;
         for (const auto& entry : log.entries()) {
-            found += entry.text.find(part) != std::string::npos ? 1 : 0;
+            if (entry.text.find(part) != std::string::npos) {
+                texts.push_back(entry.text);
+            }
         }
-        return found;
+        return texts;
     }
-    std::vector<std::string> errors() const {
-        std::vector<std::string> texts;
+    std::size_t count(const std::string& part) const { return textsWith(part).size(); }
+    Texts errors() const {
+        Texts texts;
         for (const auto& entry : log.entries()) {
             if (entry.level != logLevel::log) {
                 texts.push_back(entry.text);
@@ -118,72 +110,45 @@ protected:
 
 TEST_F(ClassifyConnectionTest, TakesRequestsUpToTheLimitAndRefusesOneByteMore) {
     serve();
-    const struct {
-        std::size_t size;
-        std::string answer;
-    } rows[] = {
+    const std::pair<std::size_t, std::string> cases[] = {
         {0, "answer to 0"},
-        {1, "answer to 1"},
         {16384, "answer to 16384"},
         {INPUT_LIMIT, "answer to 40000"},
-        {INPUT_LIMIT + 1, "4013:Client with id 5 exceeded maximum input size 40000."},
-        {100 * INPUT_LIMIT, "4013:Client with id 6 exceeded maximum input size 40000."},
+        {INPUT_LIMIT + 1, "4013:Client with id 4 exceeded maximum input size 40000."},
+        {100 * INPUT_LIMIT, "4013:Client with id 5 exceeded maximum input size 40000."},
         {2, "answer to 2"},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(ask(std::string(row.size, 'x')), row.answer) << row.size;
+    for (const auto& [size, answer] : cases) {
+        EXPECT_EQ(ask(std::string(size, 'x')), answer) << size;
     }
-    EXPECT_EQ(terminateHandler.installed, 7);
-    EXPECT_EQ(errors(), std::vector<std::string>());
+    EXPECT_EQ(terminateHandler.installed, 6);
+    EXPECT_EQ(errors(), Texts());
     server->stop();
-    std::vector<std::string> first;
-    for (const auto& entry : log.entries()) {
-        if (entry.text.find("id 1") != std::string::npos ||
-            entry.text.find("connection 1.") != std::string::npos) {
-            first.push_back(entry.text);
-        }
-    }
-    EXPECT_EQ(first, (std::vector<std::string>{"Creating connection with id 1", "Running connection 1.",
-                                               "Received a request from client with id 1 with the size of 0.",
-                                               "Finished connection with id 1"}));
-    EXPECT_EQ(count("Client with id 5 exceeded maximum input size 40000."), 1u);
-    EXPECT_EQ(count("Received a request"), 5u);
-}
-
-TEST_F(ClassifyConnectionTest, BytesComeThroughWholeWhateverThePiecesAre) {
-    std::string seen;
-    const std::string answer(20 << 20, 'a');
-    classifiers.handler = [&](const std::string& request) {
-        seen = request;
-        return std::string(answer);
-    };
-    serve();
-    LoopbackClient client(server->port());
-    const std::string request("<a>\0\xff\r\n</a>", 11);
-    for (const char byte : request) {
-        client.send(std::string_view(&byte, 1));
-        std::this_thread::yield();
-    }
-    client.halfClose();
-    EXPECT_TRUE(client.receiveAll() == answer);
-    EXPECT_EQ(seen, request);
+    EXPECT_EQ(textsWith(" 1"), (Texts{"Creating connection with id 1", "Running connection 1.",
+                                      "Received a request from client with id 1 with the size of 0.",
+                                      "Finished connection with id 1",
+                                      "Received a request from client with id 2 with the size of 16384."}));
+    EXPECT_EQ(textsWith("id 4"),
+              (Texts{"Creating connection with id 4", "Client with id 4 exceeded maximum input size 40000.",
+                     "Finished connection with id 4"}));
 }
 
 TEST_F(ClassifyConnectionTest, FailuresAreAnsweredWhereThereIsSomebodyToAnswer) {
-    const struct {
+    const std::string exception = "An Exception when running a connection with id ";
+    struct Case {
         std::function<void()> fail;
         std::string answer;
         std::string line;
-    } rows[] = {
-        {[] { throw exceptions::IllegalArgumentException("What failed."); },
-         "5000:An Exception when running a connection with id 1.What failed.",
-         "An Exception when running a connection with id 1.What failed."},
+    };
+    const Case cases[] = {
+        {[] { throw IllegalArgumentException("Why."); }, "5000:" + exception + "1.Why.",
+         exception + "1.Why."},
         {[] { throw std::bad_alloc(); }, "5030:", "Out of memory."},
-        {[] { throw net::socket::WriteException("What failed."); }, "",
-         "An SocketException when running a connection with id 3. What failed."},
-        {[] { throw exceptions::IllegalArgumentException(std::string(500, 'w')); },
-         "5000:An Exception when running a connection with id 4." + std::string(128 - 49, 'w'),
-         "An Exception when running a connection with id 4." + std::string(128 - 49, 'w')},
+        {[] { throw net::socket::WriteException("Why."); }, "",
+         "An SocketException when running a connection with id 3. Why."},
+        {[] { throw IllegalArgumentException(std::string(500, 'w')); },
+         "5000:" + exception + "4." + std::string(128 - 49, 'w'),
+         exception + "4." + std::string(128 - 49, 'w')},
     };
     std::function<void()> fail;
     classifiers.handler = [&](const std::string&) {
@@ -191,21 +156,21 @@ TEST_F(ClassifyConnectionTest, FailuresAreAnsweredWhereThereIsSomebodyToAnswer) 
         return "";
     };
     serve();
-    std::vector<std::string> lines;
-    for (const auto& row : rows) {
-        fail = row.fail;
-        EXPECT_EQ(ask("request"), row.answer);
-        lines.push_back(row.line);
+    Texts lines;
+    for (const Case& each : cases) {
+        fail = each.fail;
+        EXPECT_EQ(ask("request"), each.answer);
+        lines.push_back(each.line);
         EXPECT_EQ(errors(), lines);
     }
     // This one is not there any more when the answer comes.
     LoopbackClient client(server->port());
     fail = [&] {
         client.reset();
-        throw exceptions::IllegalArgumentException("What failed.");
+        throw IllegalArgumentException("Why.");
     };
     client.halfClose();
-    EXPECT_TRUE(support::waitUntil([&] {
+    EXPECT_TRUE(eventually([&] {
         return log.has(logLevel::log, "Failed to send status code to client. Could not write data");
     }));
 }
@@ -226,24 +191,17 @@ TEST_F(ClassifyConnectionTest, ClientThatNeverEndsItsSendingIsAnsweredAndLetGo) 
     const std::string request(INPUT_LIMIT + 1, 'x');
     const std::string answer = "4013:Client with id 1 exceeded maximum input size 40000.";
     const DrainBounds off = {seconds(3600), seconds(3600), UINT64_MAX};
-    const struct {
-        const char* what;
-        DrainBounds bounds;
-        bool keepsSending;
-    } rows[] = {
-        {"silence", {milliseconds(50), off.time, off.bytes}, false},
-        {"time", {off.silence, milliseconds(200), off.bytes}, true},
-        {"bytes", {off.silence, off.time, 1 << 20}, true},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        params.discardBounds = row.bounds;
-        params.lingerBounds = row.bounds;
+    const DrainBounds cases[] = {{milliseconds(50), off.time, off.bytes},
+                                 {off.silence, milliseconds(200), off.bytes},
+                                 {off.silence, off.time, 1 << 20}};
+    for (const DrainBounds& bounds : cases) {
+        params.discardBounds = bounds;
+        params.lingerBounds = bounds;
         serve();
         LoopbackClient client(server->port());
         client.send(request);
         std::jthread sender([&] {
-            while (row.keepsSending && client.send(request)) {
+            while (bounds.silence == off.silence && client.send(request)) {
             }
         });
         EXPECT_EQ(client.receiveExactly(answer.size()), answer);
@@ -252,31 +210,25 @@ TEST_F(ClassifyConnectionTest, ClientThatNeverEndsItsSendingIsAnsweredAndLetGo) 
     }
 }
 
-TEST_F(ClassifyConnectionTest, ClientsThatGoAwayDisturbNobody) {
+TEST_F(ClassifyConnectionTest, ClientsThatGoAwayOrDoNothingLoseTheirPlace) {
+    classifiers.handler = [](const std::string& request) {
+        return request == "much" ? std::string(32 << 20, 'a') : "answer";
+    };
     serve();
     // One that is gone before it is answered is no failure.
     for (int round = 0; round < 20; ++round) {
         LoopbackClient(server->port()).close();
     }
-    EXPECT_EQ(ask("x"), "answer to 1");
-    EXPECT_EQ(errors(), std::vector<std::string>());
+    EXPECT_EQ(ask("x"), "answer");
+    EXPECT_EQ(errors(), Texts());
     EXPECT_EQ(count("with the size of 0."), 20u);
-    {
-        LoopbackClient client(server->port());
-        client.send("half a requ");
-        ASSERT_TRUE(support::waitUntil([&] { return count("Running connection 22.") == 1; }));
-        client.reset();
-    }
-    EXPECT_EQ(ask("x"), "answer to 1");
-    ASSERT_EQ(errors().size(), 1u);
-    EXPECT_EQ(errors()[0].find("An SocketException when running a connection with id 22. Error reading data"),
-              0u);
-}
+    LoopbackClient lost(server->port());
+    lost.send("half a requ");
+    ASSERT_TRUE(eventually([&] { return count("Running connection 22.") == 1; }));
+    lost.reset();
+    EXPECT_EQ(ask("x"), "answer");
+    server->stop();
 
-TEST_F(ClassifyConnectionTest, ClientsThatDoNothingLoseTheirPlace) {
-    classifiers.handler = [](const std::string& request) {
-        return request == "much" ? std::string(32 << 20, 'a') : "answer";
-    };
     serve({milliseconds(300), milliseconds(300)});
     LoopbackClient silent(server->port());
     silent.send("half a requ");
@@ -285,11 +237,12 @@ TEST_F(ClassifyConnectionTest, ClientsThatDoNothingLoseTheirPlace) {
     notReading.send("much");
     notReading.halfClose();
     EXPECT_EQ(ask("x"), "answer");
-    ASSERT_EQ(errors().size(), 2u);
-    EXPECT_EQ(errors()[0].find("An SocketException when running a connection with id 1. Error reading data"),
-              0u);
-    EXPECT_EQ(
-        errors()[1].find("An SocketException when running a connection with id 2. Could not write data"), 0u);
+    const std::string failed = "An SocketException when running a connection with id ";
+    const Texts texts = errors();
+    ASSERT_EQ(texts.size(), 3u);
+    EXPECT_EQ(texts[0].find(failed + "22. Error reading data"), 0u);
+    EXPECT_EQ(texts[1].find(failed + "1. Error reading data"), 0u);
+    EXPECT_EQ(texts[2].find(failed + "2. Could not write data"), 0u);
 }
 
 TEST_F(ClassifyConnectionTest, RequestThatIsCutByStoppingIsNeverHandled) {
@@ -300,14 +253,14 @@ TEST_F(ClassifyConnectionTest, RequestThatIsCutByStoppingIsNeverHandled) {
         ++rounds;
         LoopbackClient client(server->port());
         client.send(begin);
-        ASSERT_TRUE(support::waitUntil([&] { return count("Running connection 1.") == rounds; }));
+        ASSERT_TRUE(eventually([&] { return count("Running connection 1.") == rounds; }));
         if (begin == tooMuch) {
-            ASSERT_TRUE(support::waitUntil([&] { return count("exceeded maximum") == 1; }));
+            ASSERT_TRUE(eventually([&] { return count("exceeded maximum") == 1; }));
         }
         server->stop();
         EXPECT_EQ(client.receiveAll(), "");
         EXPECT_EQ(count("Received a request"), 0u);
-        EXPECT_EQ(errors(), std::vector<std::string>());
+        EXPECT_EQ(errors(), Texts());
     }
 }
 

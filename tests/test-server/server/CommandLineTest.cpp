@@ -5,64 +5,55 @@
 #include <string>
 #include <vector>
 
-#include "support/RecordingLog.h"
+#include "exceptions/IllegalArgumentException.h"
 
+namespace halvern::morvane {
 namespace {
 
-using halvern::morvane::declareFlags;
-using halvern::morvane::Mode;
-using halvern::morvane::modeOf;
-
-struct Case {
-    std::vector<const char*> words;
-    Mode mode;
-    const char* failure;  // null where the line is accepted
-};
-
 TEST(CommandLineTest, TheFirstModeFlagDecidesAndOnlyItsFlagsAreAllowed) {
+    struct Case {
+        std::vector<const char*> words;
+        Mode mode;
+        std::string failure;
+    };
     const Case cases[] = {
-        {{"-config", "c.xml"}, Mode::SERVE, nullptr},
-        {{"-quiet", "-config", "c.xml"}, Mode::SERVE, nullptr},
+        {{"-quiet", "-config", "c.xml"}, Mode::SERVE, ""},
         {{"-quiet"}, Mode::SERVE, "The non optional flag -config was not found."},
         {{"-config"}, Mode::SERVE, "Not enough arguments for the flag -config. 1 is required."},
         {{"-config", "a", "b"},
          Mode::SERVE,
          "Too many arguments for the flag -config. No more than 1 arguments allowed"},
         {{"-config", "a", "-quiet", "b"}, Mode::SERVE, "No arguments for the flag -quiet are allowed"},
-        {{"c.xml"}, Mode::SERVE, "The argument line should start with a flag"},
-        {{""}, Mode::SERVE, "The empty string is not a flag or an argument."},
-        {{"-config", "a", "-config", "b"}, Mode::SERVE, "The flag -config was used more than once."},
-        {{"-config", "-5"}, Mode::SERVE, "The flag -5 is not allowed"},
-        {{"-install", "-config", "c.xml", "-quiet"}, Mode::INSTALL, nullptr},
+        {{"-install", "-config", "c.xml", "-quiet"}, Mode::INSTALL, ""},
         {{"-install"}, Mode::INSTALL, "The non optional flag -config was not found."},
-        {{"-uninstall"}, Mode::UNINSTALL, nullptr},
+        {{"-uninstall"}, Mode::UNINSTALL, ""},
         {{"-start", "-config", "c.xml"}, Mode::START, "The flag -config is not allowed"},
         {{"-stop", "now"}, Mode::STOP, "No arguments for the flag -stop are allowed"},
-        {{"-test", "-config", "c.xml"}, Mode::TEST, nullptr},
+        {{"-test", "-config", "c.xml"}, Mode::TEST, ""},
         {{"-test", "-install", "-config", "c.xml"}, Mode::INSTALL, "The flag -test is not allowed"},
+        {{"-stop", "-start"}, Mode::START, "The flag -stop is not allowed"},
         {{"-config", "c.xml", "-install", "-scm"},
          Mode::SERVE_AS_SERVICE,
          "The flag -install is not allowed"},
     };
-    for (const Case& c : cases) {
-        std::vector<const char*> argv = {"morvaneserver"};
-        argv.insert(argv.end(), c.words.begin(), c.words.end());
+    for (const Case& each : cases) {
         std::string line;
-        for (const char* word : c.words) {
+        for (const char* word : each.words) {
             line += std::string(word) + " ";
         }
-        SCOPED_TRACE(line);
-        EXPECT_EQ(modeOf(static_cast<int>(argv.size()), argv.data()), c.mode);
+        const auto count = static_cast<std::uint32_t>(each.words.size());
+        EXPECT_EQ(modeOf(static_cast<int>(count), each.words.data()), each.mode) << line;
         util::parser::ArgumentParser parser;
-        declareFlags(c.mode, parser);
+        declareFlags(each.mode, parser);
         std::string failure;
         try {
-            parser.parse(static_cast<std::uint32_t>(c.words.size()), argv.data() + 1);
+            parser.parse(count, each.words.data());
         } catch (const exceptions::Exception& e) {
             failure = e.what();
         }
-        EXPECT_EQ(failure, c.failure != nullptr ? c.failure : "");
+        EXPECT_EQ(failure, each.failure) << line;
     }
 }
 
 }  // namespace
+}  // namespace halvern::morvane

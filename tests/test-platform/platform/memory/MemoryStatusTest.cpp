@@ -34,93 +34,67 @@ private:
 }  // namespace
 
 TEST(MemoryStatusTest, TheTightestOfSystemAndControlGroupsHolds) {
-    const struct {
+    // Files of a version 2 group: its limit, its use, and how much of that is cache that nobody needs.
+    const auto group = [](const std::string& folder, const char* limit, const char* usage,
+                          const char* cache = "0") {
+        return std::map<std::string, std::string>{
+            {folder + "/memory.max", std::string(limit) + "\n"},
+            {folder + "/memory.current", std::string(usage) + "\n"},
+            {folder + "/memory.stat", std::string("anon 1\nactive_file 30\ninactive_file ") + cache + "\n"}};
+    };
+    struct Case {
         const char* what;
+        const char* groups;
         std::map<std::string, std::string> files;
+        std::map<std::string, std::string> moreFiles;
         std::uint64_t available;
-    } cases[] = {
-        {"no groups", {}, systemAvailable},
-        {"groups without limit",
-         {{"proc/self/cgroup", "0::/a\n"},
-          {"cgroup/a/memory.max", "max\n"},
-          {"cgroup/a/memory.current", "5\n"}},
-         systemAvailable},
-        {"version 2, own group, page cache counts as free",
-         {{"proc/self/cgroup", "0::/a/b\n"},
-          {"cgroup/a/b/memory.max", "1000\n"},
-          {"cgroup/a/b/memory.current", "900\n"},
-          {"cgroup/a/b/memory.stat", "anon 1\nactive_file 30\ninactive_file 50\n"},
-          {"cgroup/a/memory.max", "2000\n"},
-          {"cgroup/a/memory.current", "1000\n"}},
-         150},
-        {"version 2, a group above is tighter",
-         {{"proc/self/cgroup", "0::/a/b\n"},
-          {"cgroup/a/b/memory.max", "max\n"},
-          {"cgroup/a/b/memory.current", "900\n"},
-          {"cgroup/a/memory.max", "2000\n"},
-          {"cgroup/a/memory.current", "1990\n"}},
-         10},
-        {"a path that is not visible leaves the root's limit",
-         {{"proc/self/cgroup", "0::/outside\n"},
-          {"cgroup/memory.max", "70\n"},
-          {"cgroup/memory.current", "50\n"}},
-         20},
-        {"over the limit",
-         {{"proc/self/cgroup", "0::/\n"}, {"cgroup/memory.max", "70\n"}, {"cgroup/memory.current", "90\n"}},
-         0},
-        {"more cache than use",
-         {{"proc/self/cgroup", "0::/\n"},
-          {"cgroup/memory.max", "70\n"},
-          {"cgroup/memory.current", "40\n"},
-          {"cgroup/memory.stat", "inactive_file 41\n"}},
-         70},
+    };
+    const Case cases[] = {
+        {"no groups", "", {}, {}, systemAvailable},
+        {"no limit", "0::/a\n", group("cgroup/a", "max", "5"), {}, systemAvailable},
+        {"the system has less", "0::/\n", group("cgroup", "16000000000", "40"), {}, systemAvailable},
+        {"page cache counts as free", "0::/a/b\n", group("cgroup/a/b", "1000", "900", "50"),
+         group("cgroup/a", "2000", "1000"), 150},
+        {"a group above is tighter", "0::/a/b\n", group("cgroup/a/b", "max", "900"),
+         group("cgroup/a", "2000", "1990"), 10},
+        {"a path that is not visible", "0::/outside\n", group("cgroup", "70", "50"), {}, 20},
+        {"over the limit", "0::/\n", group("cgroup", "70", "90"), {}, 0},
+        {"more cache than use", "0::/\n", group("cgroup", "70", "40", "41"), {}, 70},
         {"version 1 among other controllers",
-         {{"proc/self/cgroup", "9:name=systemd:/x\n8:memory_other:/x\n4:cpu,memory:/a\n0::/\n"},
-          {"cgroup/memory/a/memory.limit_in_bytes", "5000\n"},
+         "9:name=systemd:/x\n8:memory_other:/x\n4:cpu,memory:/a\n0::/\n",
+         {{"cgroup/memory/a/memory.limit_in_bytes", "5000\n"},
           {"cgroup/memory/a/memory.usage_in_bytes", "4000\n"},
-          {"cgroup/memory/a/memory.stat", "inactive_file 7\ntotal_inactive_file 100\n"},
-          {"cgroup/memory/memory.limit_in_bytes", "9223372036854771712\n"},
+          {"cgroup/memory/a/memory.stat", "inactive_file 7\ntotal_inactive_file 100\n"}},
+         {{"cgroup/memory/memory.limit_in_bytes", "9223372036854771712\n"},
           {"cgroup/memory/memory.usage_in_bytes", "8000\n"}},
          1100},
-        {"the system has less than the group allows",
-         {{"proc/self/cgroup", "0::/\n"},
-          {"cgroup/memory.max", "16000000000\n"},
-          {"cgroup/memory.current", "40\n"}},
-         systemAvailable},
     };
-    for (const auto& row : cases) {
-        auto files = row.files;
+    for (const Case& each : cases) {
+        auto files = each.files;
+        files.insert(each.moreFiles.begin(), each.moreFiles.end());
+        files["proc/self/cgroup"] = each.groups;
         files["proc/meminfo"] = meminfo;
         const Kernel kernel(files);
-        EXPECT_EQ(kernel.status().available(), row.available) << row.what;
+        EXPECT_EQ(kernel.status().available(), each.available) << each.what;
         EXPECT_EQ(kernel.status().total(), 16000u * 1024);
     }
+    EXPECT_GT(MemoryStatusImpl().available(), 0u);
+    EXPECT_GT(MemoryStatusImpl().total(), MemoryStatusImpl().available());
 }
 
 TEST(MemoryStatusTest, NoFiguresAreAFailure) {
-    const struct {
-        std::map<std::string, std::string> files;
-        const char* reason;
-    } cases[] = {
-        {{}, "No such file or directory. Error code: 2."},
-        {{{"proc/meminfo", "MemTotal: 5 kB\n"}}, "No data available. Error code: 61."},
-    };
-    for (const auto& row : cases) {
-        const Kernel kernel(row.files);
+    using Files = std::map<std::string, std::string>;
+    for (const auto& [files, reason] :
+         {std::pair(Files(), "No such file or directory. Error code: 2."),
+          std::pair(Files{{"proc/meminfo", "MemTotal: 5 kB\n"}}, "No data available. Error code: 61.")}) {
         try {
-            kernel.status().available();
-            ADD_FAILURE() << row.reason;
+            Kernel(files).status().available();
+            ADD_FAILURE() << reason;
         } catch (const MemoryStatusException& exception) {
             EXPECT_EQ(std::string("Failed to get memory status using 'GlobalMemoryStatusEx'. System error "
                                   "message: ") +
-                          row.reason,
+                          reason,
                       exception.what());
         }
     }
-}
-
-TEST(MemoryStatusTest, ThisMachineHasMemory) {
-    const MemoryStatusImpl status;
-    EXPECT_GT(status.available(), 0u);
-    EXPECT_GT(status.total(), status.available());
 }

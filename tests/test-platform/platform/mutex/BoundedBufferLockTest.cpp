@@ -24,49 +24,43 @@ TEST(BoundedBufferLockTest, AUnitThatWasNotUsedGoesBackWhereItCameFrom) {
         lock.lockProducer();
         lock.unlockProducer(true);
     }
-    {
-        WaitingThread producer([&] {
-            lock.lockProducer();
-            lock.unlockProducer(true);
-        });
-        EXPECT_TRUE(producer.becomesBlocked());
-        lock.lockConsumer();
-        lock.unlockConsumer(true);
-    }
+    WaitingThread producer([&] {
+        lock.lockProducer();
+        lock.unlockProducer(true);
+    });
+    EXPECT_TRUE(producer.becomesBlocked());
     lock.lockConsumer();
     lock.unlockConsumer(true);
 }
 
 TEST(BoundedBufferLockTest, NothingIsLostBetweenManyProducersAndConsumers) {
-    constexpr std::size_t capacity = 3;
-    constexpr int rounds = 2000;
-    BoundedBufferLockImpl lock(capacity);
+    constexpr std::size_t CAPACITY = 3;
+    constexpr int ROUNDS = 2000;
+    BoundedBufferLockImpl lock(CAPACITY);
     std::vector<int> buffer;
     std::atomic<std::int64_t> taken = 0;
     std::atomic<bool> broken = false;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-        threads.emplace_back([&] {
-            for (int item = 1; item <= rounds; ++item) {
-                lock.lockProducer();
-                broken = broken || buffer.size() >= capacity;
-                buffer.push_back(item);
-                lock.unlockProducer(true);
-            }
-        });
-        threads.emplace_back([&] {
-            for (int item = 1; item <= rounds; ++item) {
-                lock.lockConsumer();
-                broken = broken || buffer.empty();
-                taken += buffer.back();
-                buffer.pop_back();
-                lock.unlockConsumer(true);
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
+    {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < 6; ++i) {
+            threads.emplace_back([&, produces = i % 2 == 0] {
+                for (int item = 1; item <= ROUNDS; ++item) {
+                    if (produces) {
+                        lock.lockProducer();
+                        broken = broken || buffer.size() >= CAPACITY;
+                        buffer.push_back(item);
+                        lock.unlockProducer(true);
+                    } else {
+                        lock.lockConsumer();
+                        broken = broken || buffer.empty();
+                        taken += buffer.back();
+                        buffer.pop_back();
+                        lock.unlockConsumer(true);
+                    }
+                }
+            });
+        }
     }
     EXPECT_FALSE(broken);
-    EXPECT_EQ(taken, 3ll * rounds * (rounds + 1) / 2);
+    EXPECT_EQ(taken, 3ll * ROUNDS * (ROUNDS + 1) / 2);
 }
