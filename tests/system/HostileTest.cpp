@@ -120,5 +120,19 @@ TEST(HostileTest, RequestsThatAreNotRequestsAreRefused) {
     EXPECT_EQ(server.stop(), 0);
 }
 
+TEST(HostileTest, AClientThatOnlyHoldsAPlaceGivesWay) {
+    const Installation installation;
+    Settings settings;
+    settings.maxClients = "1";
+    Server server(installation, settings);
+    Connection holder(server.port());
+    holder.send("<");
+    EXPECT_EQ(ask(server.port(), "no request").code, 4000);
+    EXPECT_EQ(holder.receive(), "");
+    EXPECT_EQ(server.stop(), 0);
+    EXPECT_NE(installation.log().find("Connection 1 gives way to a client that waits, after a silence of "),
+              std::string::npos);
+}
+
 }  // namespace
 }  // namespace systemtest

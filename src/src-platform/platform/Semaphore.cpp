@@ -21,6 +21,13 @@ void Semaphore::wait() {
     --_count;
 }
 
+bool Semaphore::waitFor(std::chrono::milliseconds time) {
+    std::unique_lock guard(_mutex);
+    const bool taken = _released.wait_for(guard, time, [this] { return _count != 0; });
+    _count -= taken ? 1 : 0;
+    return taken;
+}
+
 void Semaphore::release(std::uint64_t units) {
     const auto added = static_cast<std::uint64_t>(util::Converter::toSigned32(units));
     const std::lock_guard guard(_mutex);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -17,6 +18,9 @@ public:
 
     // Takes one unit, waiting without limit until there is one.
     void wait();
+
+    // As wait, but gives up after that time: false if there was no unit until then.
+    bool waitFor(std::chrono::milliseconds time);
 
     // Adds units. Units that would pass the maximum change nothing. Throws util::ConverterException for more
     // units than the maximum.

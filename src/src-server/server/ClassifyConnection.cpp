@@ -63,6 +63,15 @@ ClassifyConnection::~ClassifyConnection() {
     _params->log.log(text.str());
 }
 
+void ClassifyConnection::giveWay(std::chrono::milliseconds silence) {
+    Text text;
+    text << "Connection " << _idString.c_str() << " gives way to a client that waits, after a silence of "
+         << silence.count() << " ms.";
+    _params->log.log(text.str());
+    _gaveWay = true;
+    stop();
+}
+
 void ClassifyConnection::run() {
     // On every way out the socket is closed first and the place is given up last.
     const util::MethodCaller0<Connection, void (Connection::*)()> quitter(*this, &Connection::quit);
@@ -77,7 +86,12 @@ void ClassifyConnection::run() {
     } catch (const SocketException& e) {
         text << "An SocketException when running a connection with id " << _idString.c_str() << ". "
              << e.what();
-        _params->log.error(text.str());
+        // That a connection breaks which this server has cut is no failure.
+        if (_gaveWay) {
+            _params->log.log(text.str());
+        } else {
+            _params->log.error(text.str());
+        }
         return;
     } catch (const exceptions::Exception& e) {
         text << "An Exception when running a connection with id " << _idString.c_str() << "." << e.what();
@@ -111,7 +125,9 @@ void ClassifyConnection::_serve() {
          << request.size() << ".";
     _params->log.log(text.str());
     std::string response;
+    _isAtWork = true;
     classifier->handle(response, request);
+    _isAtWork = false;
     _socketStream->write(response.data(), response.size());
     _socketStream->shutdown(SocketStream::SEND);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -27,6 +28,8 @@ public:
 
     // Takes effect before the next read. A client whose request is not whole by then gets no answer.
     void stop() override { _stop = true; }
+    void giveWay(std::chrono::milliseconds silence) override;
+    bool isAtWork() const override { return _isAtWork || _stop; }
 
 private:
     enum class Received { WHOLE, TOO_LARGE, STOPPED };
@@ -39,6 +42,8 @@ private:
     void _discard(const DrainBounds& bounds);
 
     std::atomic<bool> _stop = false;
+    std::atomic<bool> _isAtWork = false;
+    std::atomic<bool> _gaveWay = false;
     const ConnectionParams* const _params;
     const std::string _idString;
     const std::unique_ptr<ErrorResponse>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -34,6 +35,13 @@ public:
 
     // Asks the client to end soon. Called from another thread; must not block.
     virtual void stop() = 0;
+
+    // False while all that the client does is to wait for its peer, so that nothing is lost if it ends. A kind
+    // of client that doesn't tell never has to give way. Called from another thread.
+    virtual bool isAtWork() const { return true; }
+
+    // As stop, but since another client needs the place of this one, whose peer has been silent for that time.
+    virtual void giveWay(std::chrono::milliseconds) { stop(); }
 
     // Enters this client as finished. Only once, on its own thread; nothing of the client may be touched by
     // that thread afterwards but what it takes to return.

@@ -99,7 +99,7 @@ void ThreadServerBase::_create_clients() {
 
 // Waits for a place and for a client, and starts that client.
 void ThreadServerBase::acceptClient() {
-    _freePlaces.wait();
+    takePlace();
     const std::uint64_t onePlace = 1;
     util::MethodCaller1 giveBackPlace(_freePlaces, &platform::Semaphore::release, onePlace);
     std::unique_ptr<SocketStream> stream = _serverSocket->accept();
@@ -119,6 +119,41 @@ void ThreadServerBase::acceptClient() {
     // From here on the client belongs to the table.
     (void)client.release();
     giveBackPlace.dismiss();
+}
+
+void ThreadServerBase::takePlace() {
+    constexpr std::chrono::milliseconds AT_ONCE{0};
+    if (_freePlaces.waitFor(AT_ONCE)) {
+        return;
+    }
+    _serverSocket->waitForClient();
+    while (!_freePlaces.waitFor(letSilentClientGiveWay() ? LEAVE_PATIENCE : PLACE_PATIENCE)) {
+    }
+}
+
+// False if there is none that may.
+bool ThreadServerBase::letSilentClientGiveWay() {
+    platform::mutex::AutoLock lock(_clients);
+    lock.lock();
+    std::chrono::milliseconds longest{0};
+    auto silent = _clients.end();
+    for (auto entry = _clients.begin(); entry != _clients.end(); ++entry) {
+        if (entry->second->isAtWork()) {
+            continue;
+        }
+        const net::socket::Silence silence = entry->first->silence();
+        const auto bearable = silence.fromTheStart ? SILENT_FROM_THE_START : SILENT_SINCE_THEN;
+        if (silence.time >= bearable && silence.time > longest) {
+            longest = silence.time;
+            silent = entry;
+        }
+    }
+    if (silent == _clients.end()) {
+        return false;
+    }
+    silent->second->giveWay(longest);
+    shutdown(*silent->first, SocketStream::BOTHENDS);
+    return true;
 }
 
 void ThreadServerBase::_delete_clients() {
@@ -188,13 +223,6 @@ void ThreadServerBase::stop() {
 // only the receiving is ended. What is left after the grace is a client that doesn't read, or one whose
 // request takes its time; none of them will wait for the network again.
 void ThreadServerBase::stopClients() {
-    const auto shutdown = [this](SocketStream& stream, SocketStream::End end) {
-        try {
-            stream.shutdown(end);
-        } catch (const SocketException& e) {
-            log(e.what());
-        }
-    };
     platform::mutex::AutoLock lock(_clients);
     lock.lock();
     for (const auto& [stream, client] : _clients) {
@@ -204,6 +232,14 @@ void ThreadServerBase::stopClients() {
     _reaped.wait_for(_clients, STOP_GRACE, [this] { return _clients.empty(); });
     for (const auto& [stream, client] : _clients) {
         shutdown(*stream, SocketStream::BOTHENDS);
+    }
+}
+
+void ThreadServerBase::shutdown(SocketStream& stream, SocketStream::End end) {
+    try {
+        stream.shutdown(end);
+    } catch (const SocketException& e) {
+        log(e.what());
     }
 }
 

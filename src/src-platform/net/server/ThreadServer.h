@@ -28,6 +28,16 @@ inline constexpr std::chrono::seconds STOP_GRACE{2};
 // memory or threads: it must not spin, and these come back by themselves.
 inline constexpr std::chrono::milliseconds ACCEPT_PAUSE{500};
 
+// How long a client must have been silent before its place may go to another one that waits. Whoever connects
+// has a request to send, so one that has said nothing at all gets less time than one whose line may be slow.
+inline constexpr std::chrono::milliseconds SILENT_FROM_THE_START{50};
+inline constexpr std::chrono::milliseconds SILENT_SINCE_THEN{500};
+
+// How often the server looks again for a client that may give way, while there is one that waits; and how
+// long one that gives way may take for it before the next is looked for.
+inline constexpr std::chrono::milliseconds PLACE_PATIENCE{20};
+inline constexpr std::chrono::milliseconds LEAVE_PATIENCE{500};
+
 // All of a ThreadServer that does not depend on the kind of its clients.
 //
 // Built, started, stopped, joined and destroyed by one thread; a server is not restarted. Locks are taken in
@@ -68,9 +78,12 @@ private:
     void testPort() const;
     void _create_clients();
     void acceptClient();
+    void takePlace();
+    bool letSilentClientGiveWay();
     void _delete_clients();
     bool reapClient();
     void stopClients();
+    void shutdown(net::socket::SocketStream& stream, net::socket::SocketStream::End end);
     void log(const char* text);
 
     const platform::thread::ThreadFactory& _threadFactory;
@@ -100,8 +113,9 @@ private:
 //
 // One thread accepts and starts clients, one joins and deletes those that have finished. While all places are
 // taken, nothing is accepted: further clients wait in the backlog, and beyond that the system keeps them
-// waiting. Client derives from Connection and is built from (ThreadFactory&, std::uint32_t id, Params); a
-// client that can't be built or started costs its connection and nothing else.
+// waiting. While one waits, the client whose peer has been silent longest gives way to it, so that peers that
+// only hold places can't keep others out. Client derives from Connection and is built from (ThreadFactory&,
+// std::uint32_t id, Params); a client that can't be built or started costs its connection and nothing else.
 template <class Client, class Params>
 class ThreadServer final : public ThreadServerBase {
 public:

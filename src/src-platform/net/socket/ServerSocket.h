@@ -7,7 +7,7 @@
 
 namespace net::socket {
 
-// A port that listens. accept belongs to one thread; shutdown may be called from another one.
+// A port that listens. accept and waitForClient belong to one thread; shutdown may be called from another one.
 class ServerSocket {
 public:
     virtual ~ServerSocket() = default;
@@ -15,6 +15,9 @@ public:
     // Waits for a client and gives its connection. Throws AcceptException, also for lack of descriptors or
     // memory, in which case the client stays in the queue, and after shutdown.
     virtual std::unique_ptr<SocketStream> accept() = 0;
+
+    // Waits until accept would not block: for a client, or the end of listening.
+    virtual void waitForClient() = 0;
 
     // Stops listening: a blocked accept fails, later ones fail, clients in the queue are reset. Closing alone
     // does not wake an accept, and frees a number that it may still use. Throws CloseException.

@@ -1,6 +1,7 @@
 #include "net/socket/ServerSocketImpl.h"
 
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -56,6 +57,13 @@ std::unique_ptr<SocketStream> ServerSocketImpl::accept() {
             fail<AcceptException>("Error accepting a connection. Failed using the accept system call. ",
                                   errno);
         }
+    }
+}
+
+void ServerSocketImpl::waitForClient() {
+    pollfd entry = {_socketCloser.get(), POLLIN, 0};
+    // What poll itself could fail of will show, with its reason, in the accept that comes next.
+    while (poll(&entry, 1, -1) == -1 && errno == EINTR) {
     }
 }
 

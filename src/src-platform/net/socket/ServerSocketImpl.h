@@ -13,6 +13,7 @@ public:
                      const SocketStreamFactory& streamFactory, std::uint16_t port, std::uint32_t queue);
 
     std::unique_ptr<SocketStream> accept() override;
+    void waitForClient() override;
     void shutdown() override;
     void close() override;
     std::uint16_t port() const override { return _port; }

@@ -1,5 +1,6 @@
 #include "net/socket/SocketCloser.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -40,6 +41,12 @@ void SocketCloser::close() {
             << descriptor << ". ";
         throw CloseException(text.appendSystemError(code, &_errorMapper).str());
     }
+}
+
+bool SocketCloser::isReadable() {
+    const std::lock_guard guard(_mutex);
+    pollfd entry = {get(), POLLIN, 0};
+    return poll(&entry, 1, 0) > 0;
 }
 
 int SocketCloser::shutdown(int how) {

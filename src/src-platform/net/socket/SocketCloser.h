@@ -9,8 +9,9 @@ namespace net::socket {
 
 // Owns the descriptor of a socket and closes it once.
 //
-// Another thread may call shutdown while the owner closes: the one that comes second finds nothing to do, so
-// a shutdown never hits a foreign connection that was given the same number. All else belongs to one thread.
+// Other threads may call shutdown and isReadable while the owner closes: the one that comes second finds
+// nothing to do, so neither ever hits a foreign connection that was given the same number. All else belongs to
+// one thread.
 class SocketCloser {
 public:
     // The mapper must outlive this object.
@@ -28,13 +29,16 @@ public:
     // Throws CloseException. A second call does nothing.
     void close();
 
+    // True if a read would not block: for bytes, the end of the stream or a failure. False once it is closed.
+    bool isReadable();
+
     // Calls shutdown(2), unless the descriptor is closed. Returns 0 or the system's error code.
     int shutdown(int how);
 
 private:
     std::atomic<int> _descriptor;
     const platform::errorresources::ErrorMapper& _errorMapper;
-    std::mutex _mutex;  // held over the system call by close and shutdown
+    std::mutex _mutex;  // held over the system call by all that other threads may call, and by close
 };
 
 }  // namespace net::socket

@@ -7,7 +7,18 @@
 
 namespace net::socket {
 
-// One TCP connection, blocking, IPv4. Used by one thread; only shutdown may be called from another one.
+// What a peer must send or take for it to count as a sign of life: less than the smallest usual packet, so
+// that a slow line gives one with each packet, but more than somebody sends who only means to hold a place.
+inline constexpr std::size_t SIGN_OF_LIFE = 512;
+
+// How long the peer has given no sign of life, and whether it ever gave one.
+struct Silence {
+    std::chrono::milliseconds time{0};
+    bool fromTheStart = true;
+};
+
+// One TCP connection, blocking, IPv4. Used by one thread; only shutdown and silence may be called from
+// another one.
 // All operations but waitForInput report failures as SocketException; a peer that neither sends nor takes a
 // byte for as long as the stream's IdleBounds allow is such a failure.
 class SocketStream {
@@ -44,6 +55,11 @@ public:
     // Waits until a read would not block: for bytes, the end of the stream or a failure. False after that
     // time.
     virtual bool waitForInput(std::chrono::milliseconds time) = 0;
+
+    // How long the peer has been silent since the connection began, its last sign of life, or the beginning of
+    // a write. No time at all while there is something of it to be read, or when closed. May be called from any
+    // thread.
+    virtual Silence silence() = 0;
 
     // Dotted address of either side. Throw GeneralException.
     virtual std::string getRemoteAddress() const = 0;

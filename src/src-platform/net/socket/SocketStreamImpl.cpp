@@ -55,7 +55,8 @@ SocketStreamImpl::SocketStreamImpl(SocketCloser& owner,
     : _descriptor(owner.get()),
       _socketCloser(owner.release(), errorMapper),
       _errorMapper(errorMapper),
-      _bounds(bounds) {
+      _bounds(bounds),
+      _lastSign(Clock::now()) {
     CHECK(_bounds.receive.count() > 0 && _bounds.send.count() > 0);
     // Costs one call for each connection, where waiting before each read would cost one for each read.
     const auto seconds = std::chrono::floor<std::chrono::seconds>(_bounds.receive);
@@ -111,6 +112,11 @@ std::size_t SocketStreamImpl::read(char* buffer, std::size_t size) {
     while (true) {
         const ssize_t bytes = recv(_socketCloser.get(), buffer, size, 0);
         if (bytes >= 0) {
+            _inputEnded = bytes == 0 && size != 0;
+            _receivedSince += static_cast<std::size_t>(bytes);
+            if (_inputEnded || _receivedSince >= SIGN_OF_LIFE) {
+                signOfLife();
+            }
             return static_cast<std::size_t>(bytes);
         }
         if (errno != EINTR) {
@@ -147,6 +153,7 @@ std::size_t SocketStreamImpl::write(const char* buffer, std::size_t size) {
         throw PreconditionException(
             "Cannot send an amount of data with that size. The data size must be between 0 and 2147483647");
     }
+    signOfLife();  // what came before was not the peer's turn
     for (std::size_t sent = 0; sent < size;) {
         const ssize_t bytes =
             send(_socketCloser.get(), buffer + sent, size - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -164,6 +171,20 @@ std::size_t SocketStreamImpl::write(const char* buffer, std::size_t size) {
 
 bool SocketStreamImpl::waitForInput(milliseconds time) { return waitFor(_socketCloser.get(), POLLIN, time); }
 
+Silence SocketStreamImpl::silence() {
+    // Behind the end of its sending, a peer has nothing more to be read, and every read would come back at once.
+    if (_socketCloser.get() == -1 || (!_inputEnded && _socketCloser.isReadable())) {
+        return {milliseconds(0), !_hasSpoken};
+    }
+    return {std::chrono::floor<milliseconds>(Clock::now() - _lastSign.load()), !_hasSpoken};
+}
+
+void SocketStreamImpl::signOfLife() {
+    _receivedSince = 0;
+    _hasSpoken = true;
+    _lastSign = Clock::now();
+}
+
 // The system calls a socket writable again only when a third of its buffer, up to megabytes, has become free.
 // A slow peer may need longer than the bound for that, so its progress is read off the queue itself.
 void SocketStreamImpl::waitUntilWritable() {
@@ -175,6 +196,7 @@ void SocketStreamImpl::waitUntilWritable() {
         if (left < queued) {
             queued = left;
             lastTaken = Clock::now();
+            signOfLife();
         } else if (Clock::now() - lastTaken >= _bounds.send) {
             fail<WriteException>("Could not write data on the socket. Failed using the send system call. ",
                                  ETIMEDOUT);

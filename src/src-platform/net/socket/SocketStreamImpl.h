@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include "net/socket/SocketCloser.h"
 #include "net/socket/SocketStream.h"
 #include "platform/errorresources/ErrorMapper.h"
@@ -30,10 +32,12 @@ public:
     std::size_t readUntil(char* buffer, std::size_t size, const char* match) override;
     std::size_t write(const char* buffer, std::size_t size) override;
     bool waitForInput(std::chrono::milliseconds time) override;
+    Silence silence() override;
     std::string getRemoteAddress() const override;
     std::string getLocalAddress() const override;
 
 private:
+    void signOfLife();
     void waitUntilWritable();
     std::size_t queuedBytes() const;
     template <class Failure>
@@ -43,6 +47,10 @@ private:
     SocketCloser _socketCloser;
     const platform::errorresources::ErrorMapper& _errorMapper;
     const IdleBounds _bounds;
+    std::atomic<std::chrono::steady_clock::time_point> _lastSign;
+    std::atomic<bool> _hasSpoken = false;
+    std::atomic<bool> _inputEnded = false;
+    std::size_t _receivedSince = 0;  // bytes since the last sign of life
 };
 
 class SocketStreamFactoryImpl final : public SocketStreamFactory {

@@ -45,6 +45,7 @@ struct Control {
     std::atomic<int> answering = 0;
     std::atomic<int> stops = 0;
     std::atomic<bool> mayAnswer = true;
+    std::vector<std::uint32_t> gaveWay;
     std::size_t answerSize = 0;  // 0: the answer is the request
 };
 
@@ -73,8 +74,10 @@ public:
             while (const std::size_t bytes = _socketStream->read(buffer, sizeof(buffer))) {
                 request.append(buffer, bytes);
             }
+            _isAtWork = true;
             ++_control->answering;
             _control->mayAnswer.wait(false);
+            _isAtWork = false;
             if (_control->answerSize != 0) {
                 request.assign(_control->answerSize, 'y');
             }
@@ -85,9 +88,15 @@ public:
         _socketStream->close();
     }
     void stop() override { ++_control->stops; }
+    void giveWay(std::chrono::milliseconds) override {
+        const std::lock_guard guard(_control->mutex);
+        _control->gaveWay.push_back(_id);
+    }
+    bool isAtWork() const override { return _isAtWork; }
 
 private:
     Control* const _control;
+    std::atomic<bool> _isAtWork = false;
 };
 
 using EchoServer = ThreadServer<EchoClient, Control*>;
@@ -203,6 +212,51 @@ TEST_F(ThreadServerTest, StopEndsClientsThatWouldNotEndByThemselves) {
     server.stop();
     EXPECT_EQ(control.stops, 3);
     EXPECT_EQ(control.alive, 0);
+}
+
+TEST_F(ThreadServerTest, WhoeverOnlyHoldsAPlaceGivesWayToOneThatWaits) {
+    EchoServer server(threads, 0, 1, 100, &control, &log, PATIENT);
+    server.start();
+    const std::string large(32 << 20, 'x');
+    std::uint32_t id = 0;
+    for (const std::string& sent : {std::string(), std::string("a"), large}) {
+        SCOPED_TRACE(sent.size());
+        LoopbackClient holder(server.port(), 4096);
+        ++id;
+        EXPECT_TRUE(holder.send(sent));
+        if (sent == large) {
+            holder.halfClose();
+            ASSERT_TRUE(eventually([&] { return control.answering > 0; }));
+        }
+        EXPECT_EQ(LoopbackClient(server.port()).ask("x"), "x");
+        const std::lock_guard guard(control.mutex);
+        EXPECT_EQ(control.gaveWay.back(), id++);
+        control.answering = 0;
+    }
+    server.stop();
+}
+
+TEST_F(ThreadServerTest, TheOneThatHasBeenSilentLongestGivesWayAndNoneThatIsBeingServed) {
+    control.mayAnswer = false;
+    EchoServer server(threads, 0, 3, 100, &control, &log, PATIENT);
+    server.start();
+    LoopbackClient served(server.port());
+    served.send("served");
+    served.halfClose();
+    ASSERT_TRUE(eventually([&] { return control.answering == 1; }));
+    const LoopbackClient first(server.port());
+    const LoopbackClient second(server.port());
+    LoopbackClient waiting(server.port());
+    waiting.send("waiting");
+    waiting.halfClose();
+    ASSERT_TRUE(eventually([&] { return control.answering > 1; }));
+    control.mayAnswer = true;
+    control.mayAnswer.notify_all();
+    EXPECT_EQ(waiting.receiveAll(), "waiting");
+    EXPECT_EQ(served.receiveAll(), "served");
+    server.stop();
+    EXPECT_EQ(control.gaveWay.front(), 2u);
+    EXPECT_EQ(std::count(control.gaveWay.begin(), control.gaveWay.end(), 1u), 0);
 }
 
 TEST_F(ThreadServerTest, ClientThatIsBeingAnsweredWhenTheServerStopsGetsItsAnswer) {

@@ -1,0 +1,389 @@
+// Serves honest clients while hostile ones hold on to whatever they can get:
+//
+//     siege [--seconds N] [--hostile N] [--places N] [--queue N]    a row for each kind of hostility
+//     siege --requests N    descriptors, threads and memory over N honest requests
+//
+// Two honest clients send one small classification after the other, each on a connection of its own. Hostile
+// clients that the server cuts off come back after a second.
+
+#include <sys/epoll.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "exceptions/Exception.h"
+#include "support/Descriptors.h"
+#include "system/Program.h"
+#include "system/Wire.h"
+#include "util/Numbers.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned HONEST = 2;
+
+enum class Hostility { NONE, SILENT, A_BYTE_A_SECOND, RESETS, NEVER_READS, HALF_CLOSES };
+
+const char* nameOf(Hostility hostility) {
+    switch (hostility) {
+        case Hostility::SILENT:
+            return "say nothing";
+        case Hostility::A_BYTE_A_SECOND:
+            return "a byte a second";
+        case Hostility::RESETS:
+            return "reset in the middle";
+        case Hostility::NEVER_READS:
+            return "never read the answer";
+        case Hostility::HALF_CLOSES:
+            return "half-close at once";
+        default:
+            return "none";
+    }
+}
+
+// Many hostile clients on one thread, from construction to destruction.
+class Siege {
+public:
+    Siege(std::uint16_t port, Hostility hostility, int clients, std::string longRequest)
+        : _port(port), _hostility(hostility), _longRequest(std::move(longRequest)) {
+        if (hostility != Hostility::NONE) {
+            _thread = std::jthread([this, clients](const std::stop_token& stop) { run(stop, clients); });
+        }
+    }
+
+    std::uint64_t connected() const { return _connected; }
+
+private:
+    struct Client {
+        int socket = -1;
+        std::size_t sent = 0;
+        bool isConnected = false;
+        Clock::time_point next;  // when it does something by itself
+    };
+
+    void run(const std::stop_token& stop, int count) {
+        const int events = epoll_create1(EPOLL_CLOEXEC);
+        std::vector<Client> clients(static_cast<std::size_t>(count));
+        for (Client& client : clients) {
+            open(client, events);
+        }
+        std::vector<epoll_event> ready(256);
+        while (!stop.stop_requested()) {
+            const int number = epoll_wait(events, ready.data(), static_cast<int>(ready.size()), 5);
+            for (int i = 0; i < number; ++i) {
+                act(*static_cast<Client*>(ready[static_cast<std::size_t>(i)].data.ptr), events,
+                    ready[static_cast<std::size_t>(i)].events);
+            }
+            const Clock::time_point now = Clock::now();
+            for (Client& client : clients) {
+                if (client.socket == -1 && now >= client.next) {
+                    open(client, events);
+                } else if (_hostility == Hostility::A_BYTE_A_SECOND && client.isConnected &&
+                           now >= client.next) {
+                    client.next = now + std::chrono::seconds(1);
+                    (void)::send(client.socket, "<", 1, MSG_NOSIGNAL);
+                }
+            }
+        }
+        for (const Client& client : clients) {
+            if (client.socket != -1) {
+                ::close(client.socket);
+            }
+        }
+        ::close(events);
+    }
+
+    void open(Client& client, int events) {
+        client = Client();
+        client.socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        if (_hostility == Hostility::NEVER_READS) {
+            const int tiny = 4096;
+            ::setsockopt(client.socket, SOL_SOCKET, SO_RCVBUF, &tiny, sizeof(tiny));
+        }
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(_port);
+        (void)::connect(client.socket, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+        epoll_event event{};
+        event.events = EPOLLOUT | EPOLLRDHUP;
+        event.data.ptr = &client;
+        ::epoll_ctl(events, EPOLL_CTL_ADD, client.socket, &event);
+    }
+
+    // Called when the connection stands, can take more, or has been ended by the server.
+    void act(Client& client, int events, std::uint32_t happened) {
+        const std::uint32_t ended = EPOLLHUP | EPOLLERR | (client.isConnected ? EPOLLRDHUP : 0u);
+        if ((happened & ended) != 0) {
+            leave(client);
+            return;
+        }
+        if (!client.isConnected) {
+            client.isConnected = true;
+            ++_connected;
+        }
+        epoll_event event{};
+        event.events = EPOLLRDHUP;
+        event.data.ptr = &client;
+        switch (_hostility) {
+            case Hostility::RESETS: {
+                (void)::send(client.socket, "<?xml version=", 14, MSG_NOSIGNAL);
+                const linger abort{1, 0};
+                ::setsockopt(client.socket, SOL_SOCKET, SO_LINGER, &abort, sizeof(abort));
+                leave(client);
+                return;
+            }
+            case Hostility::HALF_CLOSES:
+                ::shutdown(client.socket, SHUT_WR);
+                break;
+            case Hostility::NEVER_READS: {
+                const ssize_t sent = ::send(client.socket, _longRequest.data() + client.sent,
+                                            _longRequest.size() - client.sent, MSG_NOSIGNAL);
+                client.sent += sent > 0 ? static_cast<std::size_t>(sent) : 0;
+                if (client.sent < _longRequest.size()) {
+                    event.events |= EPOLLOUT;
+                } else {
+                    ::shutdown(client.socket, SHUT_WR);
+                    // The end of the answer is what it will never see.
+                    event.events = 0;
+                }
+                break;
+            }
+            default:
+                break;
+        }
+        ::epoll_ctl(events, EPOLL_CTL_MOD, client.socket, &event);
+    }
+
+    static void leave(Client& client) {
+        ::close(client.socket);
+        client = Client();
+        client.next = Clock::now() + std::chrono::seconds(1);
+    }
+
+    const std::uint16_t _port;
+    const Hostility _hostility;
+    const std::string _longRequest;
+    std::atomic<std::uint64_t> _connected = 0;
+    std::jthread _thread;
+};
+
+// How honest clients fared.
+struct Service {
+    std::vector<double> milliseconds;
+    std::uint64_t failed = 0;
+    std::string firstFailure;
+    double seconds = 0;
+
+    double quantile(double part) const {
+        const auto place = static_cast<std::size_t>(part * static_cast<double>(milliseconds.size()));
+        return milliseconds.empty() ? 0 : milliseconds[std::min(place, milliseconds.size() - 1)];
+    }
+};
+
+// One honest client after the other until the end, or until so many requests have been sent by all of them.
+Service serve(std::uint16_t port, const std::string& request, Clock::time_point end, std::uint64_t requests) {
+    Service all;
+    std::mutex mutex;
+    std::atomic<std::uint64_t> taken = 0;
+    const Clock::time_point start = Clock::now();
+    {
+        std::vector<std::jthread> clients;
+        for (unsigned i = 0; i < HONEST; ++i) {
+            clients.emplace_back([&] {
+                Service own;
+                while (Clock::now() < end && taken++ < requests) {
+                    const Clock::time_point sent = Clock::now();
+                    bool answered = false;
+                    std::string problem;
+                    try {
+                        problem = systemtest::replyTo(port, request);
+                        answered = problem.find("success=\"true\"") != std::string::npos;
+                    } catch (const std::runtime_error& e) {
+                        problem = std::string(e.what()) + ", " + std::strerror(errno);
+                    }
+                    if (answered) {
+                        own.milliseconds.push_back(
+                            std::chrono::duration<double, std::milli>(Clock::now() - sent).count());
+                    } else {
+                        ++own.failed;
+                        own.firstFailure = "'" + problem + "'";
+                    }
+                }
+                const std::lock_guard guard(mutex);
+                all.milliseconds.insert(all.milliseconds.end(), own.milliseconds.begin(),
+                                        own.milliseconds.end());
+                all.failed += own.failed;
+                all.firstFailure += own.firstFailure;
+            });
+        }
+    }
+    all.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    std::sort(all.milliseconds.begin(), all.milliseconds.end());
+    return all;
+}
+
+std::string smallRequest() {
+    return systemtest::request(
+        systemtest::texts(systemtest::text("t", "the prize is waiting for you, call now")) +
+        systemtest::readCalls("<classify id=\"0\" classifierName=\"c\" textId=\"t\"/>\n"));
+}
+
+// Asks little and gets much: several megabytes, more than the buffers of a connection take.
+std::string requestWithLongAnswer() {
+    std::string calls;
+    for (int i = 0; i < 20; ++i) {
+        calls += systemtest::information("wide", std::to_string(i));
+    }
+    return systemtest::request(systemtest::readCalls(calls));
+}
+
+void teach(std::uint16_t port) {
+    const systemtest::Answer answer = systemtest::ask(
+        port,
+        systemtest::request(systemtest::texts(systemtest::text("h", "see you at home") +
+                                              systemtest::text("s", "call now for your prize")) +
+                            systemtest::writeCalls("c",
+                                                   "<create id=\"1\"/><addClass id=\"2\" className=\"ham\"/>"
+                                                   "<addClass id=\"3\" className=\"spam\"/>"
+                                                   "<train id=\"4\" className=\"ham\" textId=\"h\"/>"
+                                                   "<train id=\"5\" className=\"spam\" textId=\"s\"/>")));
+    std::string classes = "<create id=\"c\"/>";
+    for (int i = 0; i < 2000; ++i) {
+        const std::string number = std::to_string(i);
+        classes += "<addClass id=\"" + number + "\" className=\"the class with the number " + number + "\"/>";
+    }
+    const systemtest::Answer wide =
+        systemtest::ask(port, systemtest::request(systemtest::writeCalls("wide", classes)));
+    if (!answer.success || !wide.success) {
+        throw std::runtime_error(answer.message + wide.message);
+    }
+}
+
+systemtest::Settings settingsFor(int places, int queue) {
+    systemtest::Settings settings;
+    settings.maxClients = std::to_string(places);
+    settings.clientQueueSize = std::to_string(queue);
+    settings.logLevel = "error";
+    return settings;
+}
+
+int besiege(int seconds, int hostile, int places, int queue) {
+    std::printf("%d places, a queue of %d, %d hostile clients, %u honest ones, %d s each\n\n", places, queue,
+                hostile, HONEST, seconds);
+    std::printf(
+        "| hostile clients | honest answers/s | p50 ms | p99 ms | longest ms | failed | "
+        "hostile connections/s |\n|---|---|---|---|---|---|---|\n");
+    bool allAnswered = true;
+    for (const Hostility hostility : {Hostility::NONE, Hostility::SILENT, Hostility::A_BYTE_A_SECOND,
+                                      Hostility::RESETS, Hostility::NEVER_READS, Hostility::HALF_CLOSES}) {
+        const systemtest::Installation installation;
+        systemtest::Server server(installation, settingsFor(places, queue), {"-quiet"});
+        teach(server.port());
+        Siege siege(server.port(), hostility, hostile, requestWithLongAnswer());
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        const std::uint64_t before = siege.connected();
+        const Service service = serve(server.port(), smallRequest(),
+                                      Clock::now() + std::chrono::seconds(seconds), ~std::uint64_t(0));
+        const double attacks = static_cast<double>(siege.connected() - before) / service.seconds;
+        std::printf("| %s | %.0f | %.2f | %.2f | %.1f | %llu | %.0f |\n", nameOf(hostility),
+                    static_cast<double>(service.milliseconds.size()) / service.seconds, service.quantile(0.5),
+                    service.quantile(0.99), service.quantile(1),
+                    static_cast<unsigned long long>(service.failed), attacks);
+        if (service.failed != 0) {
+            std::printf("%s\n", service.firstFailure.c_str());
+        }
+        std::fflush(stdout);
+        allAnswered = allAnswered && !service.milliseconds.empty() && service.failed == 0;
+    }
+    return allAnswered ? 0 : 1;
+}
+
+std::uint64_t residentKilobytes(pid_t process) {
+    const std::string status = support::readFile("/proc/" + std::to_string(process) + "/status");
+    const std::string label = "VmRSS:";
+    const std::size_t place = status.find(label);
+    return place == std::string::npos ? 0 : std::stoull(status.substr(place + label.size()));
+}
+
+int holdStill(std::uint64_t requests) {
+    constexpr std::uint64_t STEPS = 10;
+    const systemtest::Installation installation;
+    systemtest::Server server(installation, settingsFor(64, 100), {"-quiet"});
+    teach(server.port());
+    const std::string folder = "/proc/" + std::to_string(server.process().id());
+    const std::string request = smallRequest();
+    std::printf("| requests | descriptors | threads | resident KiB |\n|---|---|---|---|\n");
+    std::uint64_t failed = 0;
+    for (std::uint64_t step = 0; step <= STEPS; ++step) {
+        if (step != 0) {
+            failed += serve(server.port(), request, Clock::time_point::max(), requests / STEPS).failed;
+        }
+        // Clients that have their answers may not have been reaped yet.
+        systemtest::eventually([&] { return support::entriesOf((folder + "/task").c_str()) <= 5; });
+        std::printf(
+            "| %llu | %zu | %zu | %llu |\n", static_cast<unsigned long long>(step * (requests / STEPS)),
+            support::entriesOf((folder + "/fd").c_str()), support::entriesOf((folder + "/task").c_str()),
+            static_cast<unsigned long long>(residentKilobytes(server.process().id())));
+        std::fflush(stdout);
+    }
+    std::printf("%llu requests failed.\n", static_cast<unsigned long long>(failed));
+    return failed == 0 ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        int seconds = 10;
+        int hostile = 1000;
+        int places = 64;
+        int queue = 100;
+        std::uint64_t requests = 0;
+        for (int i = 1; i + 1 < argc; i += 2) {
+            const std::string flag = argv[i];
+            const int value = static_cast<int>(util::toInteger(argv[i + 1], 1, 1'000'000'000));
+            if (flag == "--seconds") {
+                seconds = value;
+            } else if (flag == "--hostile") {
+                hostile = value;
+            } else if (flag == "--places") {
+                places = value;
+            } else if (flag == "--queue") {
+                queue = value;
+            } else if (flag == "--requests") {
+                requests = static_cast<std::uint64_t>(value);
+            } else {
+                argc = 0;
+            }
+        }
+        if (argc % 2 == 0) {
+            std::fprintf(stderr,
+                         "Usage: siege [--seconds N] [--hostile N] [--places N] [--queue N]\n"
+                         "       siege --requests N\n");
+            return 2;
+        }
+        // A descriptor for each hostile client, in this process.
+        rlimit descriptors{};
+        getrlimit(RLIMIT_NOFILE, &descriptors);
+        descriptors.rlim_cur = descriptors.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &descriptors);
+        return requests == 0 ? besiege(seconds, hostile, places, queue) : holdStill(requests);
+    } catch (const exceptions::Exception& e) {
+        std::fprintf(stderr, "%s\n", e.what());
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "%s\n", e.what());
+    }
+    return 2;
+}
