@@ -135,7 +135,7 @@ void ThreadServerBase::takePlace() {
 bool ThreadServerBase::letSilentClientGiveWay() {
     platform::mutex::AutoLock lock(_clients);
     lock.lock();
-    std::chrono::milliseconds longest{0};
+    std::chrono::nanoseconds longest{0};
     auto silent = _clients.end();
     for (auto entry = _clients.begin(); entry != _clients.end(); ++entry) {
         if (entry->second->isAtWork()) {
@@ -151,7 +151,7 @@ bool ThreadServerBase::letSilentClientGiveWay() {
     if (silent == _clients.end()) {
         return false;
     }
-    silent->second->giveWay(longest);
+    silent->second->giveWay(std::chrono::duration_cast<std::chrono::milliseconds>(longest));
     shutdown(*silent->first, SocketStream::BOTHENDS);
     return true;
 }

@@ -13,7 +13,7 @@ inline constexpr std::size_t SIGN_OF_LIFE = 512;
 
 // How long the peer has given no sign of life, and whether it ever gave one.
 struct Silence {
-    std::chrono::milliseconds time{0};
+    std::chrono::nanoseconds time{0};
     bool fromTheStart = true;
 };
 

@@ -172,11 +172,12 @@ std::size_t SocketStreamImpl::write(const char* buffer, std::size_t size) {
 bool SocketStreamImpl::waitForInput(milliseconds time) { return waitFor(_socketCloser.get(), POLLIN, time); }
 
 Silence SocketStreamImpl::silence() {
-    // Behind the end of its sending, a peer has nothing more to be read, and every read would come back at once.
+    // Behind the end of its sending, a peer has nothing more to be read, and every read would come back at
+    // once.
     if (_socketCloser.get() == -1 || (!_inputEnded && _socketCloser.isReadable())) {
-        return {milliseconds(0), !_hasSpoken};
+        return {Clock::duration::zero(), !_hasSpoken};
     }
-    return {std::chrono::floor<milliseconds>(Clock::now() - _lastSign.load()), !_hasSpoken};
+    return {Clock::now() - _lastSign.load(), !_hasSpoken};
 }
 
 void SocketStreamImpl::signOfLife() {
