@@ -298,11 +298,14 @@ void Startup::serve() {
     util::MethodCaller0 stopServer(server, &net::server::ThreadServerBase::stop);
     if (_mode == Mode::TEST) {
         _log.log("Running system tests.");
-        // Most of what the tests do is wrong on purpose and would only look like trouble in the log.
-        _log.setLevel(logLevel::failure);
-        const std::uint32_t passed = SystemTestImpl(_log).run(server.port());
-        server.stop();
-        _log.setLevel(configuration.logLevel);
+        std::uint32_t passed = 0;
+        {
+            // Most of what the tests do is wrong on purpose and would only look like trouble in the log.
+            _log.setLevel(logLevel::failure);
+            const util::MethodCaller1 restoreLevel(_log, &LogImpl::setLevel, configuration.logLevel);
+            passed = SystemTestImpl(_log).run(server.port());
+            server.stop();
+        }
         line.setPosition(0);
         line << passed << " tests passed!";
         _log.test(line.str());
