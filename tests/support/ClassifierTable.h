@@ -11,7 +11,7 @@
 #include "server/ClassifierCallbackFactoryImpl.h"
 #include "server/ClassifierFactoryImpl.h"
 #include "server/JobDistribution.h"
-#include "support/FailureOf.h"
+#include "support/Failure.h"
 #include "support/MemoryFiles.h"
 #include "support/RecordingLog.h"
 

@@ -10,8 +10,8 @@
 
 namespace support {
 
-// The message of the failure that the operation ends in; "no failure" if it ends well. A failure of another
-// kind passes through and fails the test.
+// The message of the failure that the operation ends in; "no failure" if it ends well. A failure of
+// another kind passes through and fails the test.
 template <class Failure = exceptions::Exception, class Operation>
 std::string failureOf(Operation&& operation) {
     try {

@@ -8,7 +8,7 @@
 #include "classifier/ClassifierException.h"
 #include "support/Classifiers.h"
 #include "support/FailingAllocation.h"
-#include "support/FailureOf.h"
+#include "support/Failure.h"
 #include "support/Hex.h"
 #include "support/OldClassifier.h"
 #include "support/RecordingCallback.h"
@@ -22,7 +22,7 @@ using support::bytesOf;
 using support::classifierOf;
 using support::StoredClassifier;
 
-const std::string sound = "nothing was thrown";
+const std::string sound = "no failure";
 const std::string cutOff =
     "The data that the Classifier is being set with seems to be corrupt. The database is corrupt, the size "
     "of "

@@ -7,7 +7,7 @@
 
 #include "classifier/ClassifierException.h"
 #include "support/Classifiers.h"
-#include "support/FailureOf.h"
+#include "support/Failure.h"
 #include "support/StoredClassifier.h"
 
 namespace halvern::classifier {
@@ -42,8 +42,8 @@ TEST(ClassifierImplTest, MistakesOfCallersAreTold) {
          [&] { classifier.train("", ""); }},
         {"When untraining the classifier the class name must at least have one character.",
          [&] { classifier.untrain("", ""); }},
-        {"nothing was thrown", [&] { classifier.train("x", " . "); }},
-        {"nothing was thrown", [&] { classifier.untrain("x", ""); }},
+        {"no failure", [&] { classifier.train("x", " . "); }},
+        {"no failure", [&] { classifier.untrain("x", ""); }},
         {"Trying to train on a class that doesn't exist. Class name 'x'.",
          [&] { classifier.train("x", "a"); }},
         {"Trying to untrain on a class that doesn't exist. Class name 'x'.",
@@ -97,11 +97,11 @@ TEST(ClassifierImplTest, TrainingPastTheGreatestCountChangesNothing) {
         std::string text;
         std::string message;
     } cases[] = {
-        {4294967290, 1, 4294967290, "b b b b b", "nothing was thrown"},
+        {4294967290, 1, 4294967290, "b b b b b", "no failure"},
         {4294967290, 1, 4294967290, "a c b b b b", tooMuchForClass},
-        {1, 4294967293, 1, "a c", "nothing was thrown"},
+        {1, 4294967293, 1, "a c", "no failure"},
         {1, 4294967293, 1, "a c d", tooMuchForClass},
-        {1, 1, 4294967294, "a b c", "nothing was thrown"},
+        {1, 1, 4294967294, "a b c", "no failure"},
         {1, 1, 4294967294, "a b c b", tooMuchForFeature},
     };
     for (const auto& row : cases) {
@@ -115,7 +115,7 @@ TEST(ClassifierImplTest, TrainingPastTheGreatestCountChangesNothing) {
         EXPECT_EQ(support::failureOf<ClassifierException>([&] { classifier->train("k", row.text); }),
                   row.message);
         classifier->compact();
-        EXPECT_EQ(bytesOf(*classifier) != before, row.message == "nothing was thrown") << row.text;
+        EXPECT_EQ(bytesOf(*classifier) != before, row.message == "no failure") << row.text;
     }
 }
 

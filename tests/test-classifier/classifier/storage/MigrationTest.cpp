@@ -6,7 +6,7 @@
 
 #include "classifier/ClassifierException.h"
 #include "support/Classifiers.h"
-#include "support/FailureOf.h"
+#include "support/Failure.h"
 #include "support/OldClassifier.h"
 #include "support/StoredClassifier.h"
 

@@ -21,7 +21,6 @@
 #include "support/Descriptors.h"
 #include "support/Eventually.h"
 #include "support/LoopbackClient.h"
-#include "util/Converter.h"
 #include "util/MethodCaller.h"
 
 namespace net::server {
@@ -304,19 +303,6 @@ TEST_F(ThreadServerTest, ClientWaitsWhileThereAreNoDescriptorsAndTheServerDoesNo
     }
     EXPECT_EQ(client.ask("x"), "x");
     server.stop();
-}
-
-TEST_F(ThreadServerTest, PortOfAnotherListenerIsRefused) {
-    const windows::net::winsock::WinsockErrors mapper;
-    const net::socket::SocketStreamFactoryImpl streams(mapper);
-    const net::socket::ServerSocketImpl other(mapper, streams, 0, 5);
-    try {
-        const EchoServer server(threads, other.port(), 1, 100, &control, nullptr);
-        FAIL() << "the port was taken";
-    } catch (const net::socket::PortAlreadyInUseException& e) {
-        EXPECT_EQ(e.what(), "The port, " + std::to_string(other.port()) + ", is already in use.");
-    }
-    EXPECT_THROW(EchoServer(threads, 0, -1, 100, &control, nullptr), util::ConverterException);
 }
 
 TEST_F(ThreadServerTest, PortTestThatReachesItselfFindsThePortFree) {

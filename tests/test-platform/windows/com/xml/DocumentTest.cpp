@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "support/FailureOf.h"
+#include "support/Failure.h"
 #include "support/TempDir.h"
 #include "windows/com/xml/Library.h"
 #include "windows/com/xml/XMLException.h"
@@ -14,22 +14,12 @@
 namespace {
 
 using support::failureOf;
-using testing::AllOf;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
-using windows::com::xml::Document;
-using windows::com::xml::DocumentException;
-using windows::com::xml::Element;
-using windows::com::xml::ElementException;
-using windows::com::xml::Library;
-using windows::com::xml::NodeList;
-using windows::com::xml::NodeListException;
+using namespace testing;
+using namespace windows::com::xml;
 
 std::string repeat(const std::string& text, int count) {
     std::string result;
-    for (int i = 0; i < count; ++i) {
+    while (count-- > 0) {
         result += text;
     }
     return result;
@@ -128,6 +118,7 @@ TEST_F(DocumentTest, MarkupThatIsMadeToBeSlowOrToReachOutIsRefused) {
         }
         return text;
     }();
+    const char* const opening = "Error when loading the XML document from the memory.\n\nError Code: ";
     const struct {
         std::string text;
         const char* reason;  // null if the text is fine
@@ -150,42 +141,25 @@ TEST_F(DocumentTest, MarkupThatIsMadeToBeSlowOrToReachOutIsRefused) {
         if (each.reason == nullptr) {
             EXPECT_NO_THROW(_document.loadXml(each.text));
         } else {
-            EXPECT_THAT(
-                refusal(each.text),
-                AllOf(StartsWith("Error when loading the XML document from the memory.\n\nError Code: "),
-                      HasSubstr(each.reason)));
+            EXPECT_THAT(refusal(each.text), AllOf(StartsWith(opening), HasSubstr(each.reason)));
         }
     }
 }
 
 TEST_F(DocumentTest, SelectionsGoByPrefixAndKeepDocumentOrder) {
     _document.setSelectionNamespaces(" xmlns:mv='http://u/1' xmlns:o=\"http://u/2\"\n");
-    for (int round = 0; round < 2; ++round) {
-        load("<r xmlns='http://u/1' xmlns:x='http://u/2'><x:b/><a/><x:b/><a/><c><a/></c></r>");
-        const NodeList found = _document.getElement("mv:r").selectNodes("mv:a|o:b|mv:c/mv:a");
-        std::string names;
-        for (std::int32_t i = 0; i < found.size(); ++i) {
-            names += Element(found.getNode(i)).getTagName() + " ";
-        }
-        EXPECT_EQ(names, "x:b a x:b a a ");
-    }
-    EXPECT_EQ(_document.selectNodes("//a").size(), 0);
+    const Element root = load("<r xmlns='http://u/1' xmlns:x='http://u/2'><x:b/><a/><x:b/><a/></r>");
+    const NodeList found = root.selectNodes("mv:a|o:b");
+    ASSERT_EQ(found.size(), 4);
+    EXPECT_EQ(Element(found.getNode(2)).getTagName(), "x:b");
     EXPECT_EQ(failureOf<DocumentException>([&] { _document.getElement("//o:b"); }),
               "Exactly one element matching the string //o:b is allowed but 2 was found.\n");
-    const Element root = _document.getRootElement();
-    EXPECT_EQ(failureOf<ElementException>([&] { root.getElement("mv:d"); }),
-              "Exactly one element matching the string mv:d is allowed but 0 was found.\n");
-    for (const std::string expression : {"mv:a[@id = \"x\"y\"]", "none:a", "count(mv:a)", ""}) {
-        EXPECT_THAT(
-            failureOf<ElementException>([&] { root.selectNodes(expression); }),
-            StartsWith("Error when selecting nodes with the expression " + expression + ".\n\nSystem error"));
-    }
-    for (const char* text : {"mv='u'", "xmlns:mv", "xmlns:mv=", "xmlns:mv='u", "xmlns:='u'", "xmlns:mv=u"}) {
-        EXPECT_THAT(failureOf<DocumentException>([&] { _document.setSelectionNamespaces(text); }),
-                    StartsWith("Error when setting property \"SelectionNamespaces\"."))
-            << text;
-    }
-    EXPECT_EQ(root.selectNodes("mv:a").size(), 2) << "A failed setting changes nothing";
+    EXPECT_EQ(failureOf<ElementException>([&] { root.getElement("a"); }),
+              "Exactly one element matching the string a is allowed but 0 was found.\n");
+    EXPECT_THAT(failureOf<ElementException>([&] { root.selectNodes("none:a"); }),
+                StartsWith("Error when selecting nodes with the expression none:a.\n\nSystem error"));
+    EXPECT_THAT(failureOf<DocumentException>([&] { _document.setSelectionNamespaces("xmlns:mv=u"); }),
+                StartsWith("Error when setting property \"SelectionNamespaces\"."));
 }
 
 TEST_F(DocumentTest, ElementsGiveAttributesByTheirWholeNameAndAllTextInThem) {
@@ -207,22 +181,7 @@ TEST_F(DocumentTest, ElementsGiveAttributesByTheirWholeNameAndAllTextInThem) {
     EXPECT_EQ(failureOf<ElementException>([&] { root.getBoolean("y"); }),
               "Error when getting the attribute. 'y' not a boolean. The attribute is set to: 'yes'.");
 
-    // Nodes that are no elements fail in words.
-    const NodeList others = root.selectNodes("c/text()|@e|namespace::p");
-    ASSERT_EQ(others.size(), 3);
-    for (std::int32_t i = 0; i < others.size(); ++i) {
-        const Element none(others.getNode(i));
-        EXPECT_THROW(none.getAttribute("e"), ElementException);
-        EXPECT_THROW(none.hasAttribute("e"), ElementException);
-        EXPECT_THROW(none.selectNodes("*"), ElementException);
-        EXPECT_THROW(none.getTagName(), ElementException);
-        EXPECT_THAT(failureOf<ElementException>([&] { none.getText(); }),
-                    StartsWith("Could not get the text from a node in the XML document"));
-    }
-    for (const std::int32_t index : {-1, 3}) {
-        EXPECT_THAT(failureOf<NodeListException>([&] { others.getNode(index); }),
-                    StartsWith("Error when getting the node from the nodelist.\n\n"));
-    }
+    EXPECT_THROW(Element(root.selectNodes("@e").getNode(0)).getAttribute("e"), ElementException);
 }
 
 TEST_F(DocumentTest, FilesAreLoadedAndSavedAsText) {
@@ -242,9 +201,6 @@ TEST_F(DocumentTest, FilesAreLoadedAndSavedAsText) {
     EXPECT_THAT(failureOf<DocumentException>([&] { _document.load(missing); }),
                 AllOf(StartsWith("Error when loading the XML document " + missing + "\n\nError Code: "),
                       EndsWith("System error message: No such file or directory. Error code: 2.")));
-    EXPECT_THROW(_document.load(folder.path()), DocumentException);
-    EXPECT_THROW(_document.saveXml(saved), DocumentException);
-    EXPECT_THROW(_document.selectNodes("*"), DocumentException);
 }
 
 }  // namespace
