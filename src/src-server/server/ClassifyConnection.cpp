@@ -1,5 +1,7 @@
 #include "server/ClassifyConnection.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <chrono>
 #include <new>
@@ -20,6 +22,7 @@ using net::socket::SocketStream;
 
 constexpr std::size_t READ_SIZE = 16384;
 constexpr std::size_t USUAL_REQUEST_SIZE = 65536;
+constexpr std::size_t LARGE_REQUEST_SIZE = 1024UL * 1024;
 
 // Log lines of a connection are short; where they quote a failure, its beginning is enough.
 using Text = util::FixedStream<128>;
@@ -42,6 +45,23 @@ public:
 private:
     SocketStream& _stream;
     Log& _log;
+};
+
+// A large request leaves its thread's heap large, in blocks too small to go back by themselves. What stays
+// there would be missing where free memory decides which classifiers stay loaded.
+class ScopedTrim {
+public:
+    explicit ScopedTrim(const std::string& request) : _request(request) {}
+    ScopedTrim(const ScopedTrim&) = delete;
+    ScopedTrim& operator=(const ScopedTrim&) = delete;
+    ~ScopedTrim() {
+        if (_request.size() > LARGE_REQUEST_SIZE) {
+            malloc_trim(0);
+        }
+    }
+
+private:
+    const std::string& _request;
 };
 
 }  // namespace
@@ -105,9 +125,10 @@ void ClassifyConnection::run() {
 }
 
 void ClassifyConnection::_serve() {
+    std::string request;
+    const ScopedTrim trim(request);
     std::unique_ptr<StringClassifier> classifier = _params->classifierFactory.create();
     CHECK(classifier.get());
-    std::string request;
     switch (_receive(request)) {
         case Received::STOPPED:
             return;

@@ -13,8 +13,21 @@ class MemoryWatch {
 public:
     MemoryWatch() noexcept;
 
+    bool ranOut() const noexcept;
+
     // Throws std::bad_alloc if memory ran out.
     void check() const;
+};
+
+// Called once, on the thread whose memory ran out, at the first failure inside an operation: a way to cut
+// short what the operation has before it. Set back at the end of the scope.
+class ScopedStop {
+public:
+    using Stop = void (*)(void* operation);
+    ScopedStop(Stop stop, void* operation) noexcept;
+    ~ScopedStop();
+    ScopedStop(const ScopedStop&) = delete;
+    ScopedStop& operator=(const ScopedStop&) = delete;
 };
 
 // Says that memory ran out in one of our own functions that the library calls, which must not throw.

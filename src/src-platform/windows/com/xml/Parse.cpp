@@ -1,4 +1,5 @@
 #include <libxml/SAX2.h>
+#include <libxml/dict.h>
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 
@@ -19,6 +20,10 @@ namespace {
 // An unfinished token is looked at again from its start with each chunk, so small chunks make a long text
 // cost the square of its length.
 constexpr std::size_t chunkSize = 1024UL * 1024;
+
+// Of all different names and namespaces together. The library's table of names stops growing at some
+// thousands, and from there each new name is compared with ever more others. No schema has a hundredth of it.
+constexpr std::size_t maxNameBytes = 256UL * 1024;
 
 struct FreeParser {
     void operator()(xmlParserCtxt* context) const {
@@ -49,6 +54,13 @@ void startElement(void* context, const xmlChar* name, const xmlChar* prefix, con
     if (parser.node != nullptr) {
         parser.node->_private = reinterpret_cast<void*>(static_cast<std::intptr_t>(parser.input->line));
     }
+}
+
+// A parser whose memory has run out would otherwise read on to the end of the chunk.
+void stopParser(void* context) {
+    auto& parser = *static_cast<xmlParserCtxt*>(context);
+    parser.instate = XML_PARSER_EOF;
+    parser.disableSAX = 1;
 }
 
 bool hasFailed(const xmlParserCtxt& context, const ParseError& error) {
@@ -85,8 +97,10 @@ OwnedDocument parse(std::string_view source, const std::string& path, ParseError
     // entities without a DOCTYPE.
     xmlCtxtUseOptions(context.get(),
                       XML_PARSE_HUGE | XML_PARSE_BIG_LINES | XML_PARSE_IGNORE_ENC | XML_PARSE_NONET);
+    xmlDictSetLimit(context->dict, maxNameBytes);
     xmlSwitchToEncoding(context.get(), xmlGetCharEncodingHandler(XML_CHAR_ENCODING_8859_1));
     watch.check();
+    const hooks::ScopedStop stop(&stopParser, context.get());
     for (std::size_t position = 0; position < source.size(); position += chunkSize) {
         const std::string_view chunk = source.substr(position, chunkSize);
         xmlParseChunk(context.get(), chunk.data(), static_cast<int>(chunk.size()), 0);

@@ -203,4 +203,22 @@ TEST_F(DocumentTest, FilesAreLoadedAndSavedAsText) {
                       EndsWith("System error message: No such file or directory. Error code: 2.")));
 }
 
+// Each name would be compared with more and more of the others.
+TEST_F(DocumentTest, TooManyDifferentNamesAreRefused) {
+    const struct {
+        const char* before;
+        const char* after;
+    } FORMS[] = {{"<a", "/>"}, {"<a b", "=''/>"}, {"<a xmlns:b", "='u'/>"}, {"<a xmlns='", "'/>"}};
+    for (const auto& form : FORMS) {
+        std::string many = "<r>";
+        for (int i = 0; i < 200'000; ++i) {
+            many += form.before + std::to_string(i) + form.after;
+        }
+        EXPECT_THROW(_document.loadXml(many + "</r>"), DocumentException) << form.before;
+        // A tenth of it is nothing yet.
+        const std::size_t tenth = many.find(form.before, many.size() / 10);
+        EXPECT_NO_THROW(_document.loadXml(many.substr(0, tenth) + "</r>")) << form.before;
+    }
+}
+
 }  // namespace

@@ -146,6 +146,7 @@ public:
     FailingMemory& operator=(const FailingMemory&) = delete;
 
     bool hasFailed() const { return _untilFailure <= 0; }
+    static int requestsSinceFailure() { return -_untilFailure; }
 
 private:
     static void* reallocate(void* block, std::size_t size) {
@@ -201,6 +202,17 @@ TEST_F(SchemaCacheTest, ExhaustedMemoryIsBadAllocAndNeverAnotherAnswer) {
             EXPECT_EQ(actions[action](), expected);
         }
     }
+    // Without memory the library would go on through the document with ever more missing that it relies on.
+    std::string items;
+    for (int i = 0; i < 5000; ++i) {
+        items += "<item id='" + std::to_string(i) + "'/>";
+    }
+    for (int request = 1000; request < 100'000; request += 7001) {
+        const FailingMemory memory(request, true);
+        EXPECT_THROW(schema.problemOf(list(items)), std::bad_alloc) << request;
+        EXPECT_LT(FailingMemory::requestsSinceFailure(), 1000) << request;
+    }
+    EXPECT_EQ(schema.problemOf(list(items)), "");
     // A block that shrinks to nothing is freed once, and is no exhaustion.
     const hooks::MemoryWatch watch;
     void* const block = xmlRealloc(xmlMalloc(24), 0);
