@@ -6,6 +6,9 @@
 
 #include "server/BadRequestException.h"
 #include "support/ClassifierTable.h"
+#include "support/FailingCalls.h"
+#include "support/FailureOf.h"
+#include "support/TempDir.h"
 
 namespace halvern::morvane {
 namespace {
@@ -163,6 +166,54 @@ TEST_F(ClassifierTransactionTest, CommitWritesOnceAndPointersSeeIt) {
     ASSERT_EQ(run("remove commit"), "ok");
     EXPECT_EQ(join(classesOf(pointer->getClassifier())), "[axyz]");
     EXPECT_TRUE(pointer->isRemoved());
+}
+
+// The same with real files, where every call of the save fails in turn until a commit gets through.
+TEST_F(ClassifierTransactionTest, WhicheverCallOfACommitFailsMemoryAgreesWithTheFile) {
+    const io::filesystem::LoadFileImpl load;
+    const io::filesystem::ExistsFileImpl exists;
+    const io::filesystem::SizeFileImpl size;
+    const io::filesystem::RemoveFileImpl remove;
+    for (const bool creates : {false, true}) {
+        for (int call = 0, failures = 0;; ++call) {
+            const support::TempDir root;
+            const std::string name = root.path() + "/a.dat";
+            const support::FailingCalls calls(creates ? call : -1, EIO, 16);
+            const io::filesystem::SaveFileImpl save(calls);
+            JobDistributionImpl real(factory, memory, load, save, exists, size, remove, callbackFactory,
+                                     root.path(), log);
+            const auto add = [&](const std::string& className, bool create) {
+                ClassifierTransactionImpl transaction(real, name);
+                if (create) {
+                    transaction.create();
+                }
+                transaction.get().addClass(className);
+                transaction.commit();
+            };
+            std::string before = "none";
+            if (!creates) {
+                add("x", true);
+                calls.failAfter(call);
+                before = "[x]";
+            }
+            const std::string failure = support::failureOf<exceptions::Exception>([&] { add("y", creates); });
+            const bool saved = failure == "nothing was thrown";
+            SCOPED_TRACE(calls.failed() + ": " + failure);
+            const std::string after = saved ? (creates ? "[y]" : "[xy]") : before;
+            EXPECT_EQ(exists.exists(name) ? join(classesIn(load.load(name))) : "none", after);
+            std::string inMemory = "none";
+            try {
+                inMemory = join(classesOf(real.get(name)->getClassifier()));
+            } catch (const ClassifierNotFoundException&) {
+            }
+            EXPECT_EQ(inMemory, after);
+            if (calls.failed().empty()) {
+                EXPECT_GT(failures, 7);
+                break;
+            }
+            failures += saved ? 0 : 1;
+        }
+    }
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <mutex>
 #include <string_view>
 
@@ -34,12 +35,6 @@ constexpr std::uint64_t MAX_DATA_SIZE = 2147483647;
 [[noreturn]] void failWriting(const std::string& name, int error, const char* cause) {
     throw SaveFileExceptionImpl(
         fileErrorText("An error occurred when trying to write the file.", name, error, cause));
-}
-
-void write(int file, const std::string& name, const util::Bytes& data) {
-    if (const int error = writeAll(file, data.data(), data.size())) {
-        failWriting(name, error, "The system call 'write' failed.");
-    }
 }
 
 // Appending is how the log writes, and it has to work when the process has no descriptor left: that is what
@@ -78,15 +73,28 @@ void append(const std::string& name, const util::Bytes& data) {
     if (!file.isOpen()) {
         failOpening(name, errno, "The system call 'open' failed.");
     }
-    write(file.get(), name, data);
+    if (const int error = writeAll(file.get(), data.data(), data.size())) {
+        failWriting(name, error, "The system call 'write' failed.");
+    }
+}
+
+// Gives -1 only with an error that is not EINTR.
+template <class Call>
+auto untilUninterrupted(Call call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
 }
 
 // The new file beside the one that it will replace: on the same file system, and with a leading dot, which no
-// classifier's file has. Deleted at the end of the scope unless it has taken the place of the old one.
+// classifier's file has. Whatever has that name at the end of the scope is deleted: the new file of a save
+// that failed, or the old one.
 class UnfinishedFile {
 public:
-    UnfinishedFile(int directory, const std::string& base, const std::string& name)
-        : _directory(directory), _temporary(hiddenNeighbourOf(base)), _file(create()) {
+    UnfinishedFile(const FileCalls& calls, int directory, const std::string& base, const std::string& name)
+        : _calls(calls), _directory(directory), _temporary(hiddenNeighbourOf(base)), _file(create()) {
         if (!_file.isOpen()) {
             failOpening(name, errno, "The system call 'openat' failed.");
         }
@@ -94,20 +102,36 @@ public:
     UnfinishedFile(const UnfinishedFile&) = delete;
     UnfinishedFile& operator=(const UnfinishedFile&) = delete;
     ~UnfinishedFile() {
-        if (!_complete && _file.isOpen()) {
-            unlinkat(_directory, _temporary.c_str(), 0);
+        if (_file.isOpen() && _isThere) {
+            _calls.unlinkat(_directory, _temporary.c_str());
         }
     }
 
     int get() const { return _file.get(); }
 
-    // Gives 0, or the system's error.
-    int renameTo(const std::string& base) {
-        if (renameat(_directory, _temporary.c_str(), _directory, base.c_str()) != 0) {
+    // Trades names with the file of the name base, so that the old one is still there to go back to. Gives 0,
+    // or the system's error.
+    int takeThePlaceOf(const std::string& base, bool exists) {
+        if (exists && _calls.renameat2(_directory, _temporary.c_str(), base.c_str(), RENAME_EXCHANGE) == 0) {
+            return 0;
+        }
+        // Some file systems can't trade names.
+        if ((exists && errno != EINVAL && errno != ENOSYS) ||
+            _calls.renameat2(_directory, _temporary.c_str(), base.c_str(), 0) != 0) {
             return errno;
         }
-        _complete = true;
+        _isThere = false;
+        _replaced = exists;
         return 0;
+    }
+
+    // Undoes it. Where names couldn't be traded the old file is gone for good, and the new one stays.
+    void giveBack(const std::string& base) {
+        if (_isThere) {
+            _calls.renameat2(_directory, _temporary.c_str(), base.c_str(), RENAME_EXCHANGE);
+        } else if (!_replaced) {
+            _calls.unlinkat(_directory, base.c_str());
+        }
     }
 
 private:
@@ -126,7 +150,7 @@ private:
             for (std::size_t i = 0; i < random.size(); ++i) {
                 _temporary[place + i] = LETTERS[random[i] % LETTERS.size()];
             }
-            file = openat(_directory, _temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            file = _calls.openat(_directory, _temporary.c_str());
             if (file >= 0 || (errno != EEXIST && errno != EINTR)) {
                 break;
             }
@@ -134,64 +158,109 @@ private:
         return file;
     }
 
+    const FileCalls& _calls;
     const int _directory;
     std::string _temporary;
     ScopedDescriptor _file;
-    bool _complete = false;
+    bool _isThere = true;    // something has the temporary name
+    bool _replaced = false;  // an old file, which is gone
 };
 
-// The name that a save has to replace: behind a symbolic link, which stays, the file that it leads to.
-std::string behindLinks(const std::string& name) {
-    std::string file = name;
-    // The system itself gives up after as many.
-    for (int links = 0; links < 40; ++links) {
-        char target[PATH_MAX];
-        const ssize_t length = readlink(file.c_str(), target, sizeof(target));
-        if (length <= 0) {
-            return file;
-        }
-        const std::string_view next(target, static_cast<std::size_t>(length));
-        file = (next.front() == '/' ? std::string() : directoryOf(file) + "/").append(next);
-    }
-    failOpening(name, ELOOP, "The system call 'readlink' found too many links.");
-}
+// One save in the place of whatever has the name.
+class Replacement {
+public:
+    Replacement(const FileCalls& calls, const std::string& name) : _calls(calls), _name(name) {}
 
-void replace(const std::string& name, const util::Bytes& data) {
-    const std::string target = behindLinks(name);
-    struct stat old {};
-    const bool replaces = stat(target.c_str(), &old) == 0;
-    if (replaces && !S_ISREG(old.st_mode)) {
-        // A rename would put a plain file in the place of a device or a pipe.
-        failOpening(name, S_ISDIR(old.st_mode) ? EISDIR : EINVAL, "None.");
+    void run(const util::Bytes& data) const {
+        const std::string target = behindLinks();
+        struct stat old {};
+        const bool replaces = checkOldFile(target, old);
+        const std::string base = target.substr(target.rfind('/') + 1);
+        const std::string folder = directoryOf(target);
+        const ScopedDescriptor directory(untilUninterrupted([&] { return _calls.open(folder.c_str()); }));
+        if (!directory.isOpen()) {
+            failOpening(_name, errno, "The system call 'open' failed for the directory of the file.");
+        }
+        UnfinishedFile file(_calls, directory.get(), base, _name);
+        if (replaces && _calls.fchmod(file.get(), old.st_mode & 07777) != 0) {
+            failOpening(_name, errno, "The system call 'fchmod' failed.");
+        }
+        write(file.get(), data);
+        // The rename may reach the disk before the data does; without this a power cut leaves an empty file.
+        // Never tried again: after a failure the kernel may have dropped the pages and would report success.
+        if (_calls.fsync(file.get()) != 0) {
+            failWriting(_name, errno, "The system call 'fsync' failed.");
+        }
+        if (const int error = file.takeThePlaceOf(base, replaces)) {
+            failWriting(_name, error, "The system call 'renameat2' failed.");
+        }
+        // File systems that keep no order to lose say EINVAL.
+        if (_calls.fsync(directory.get()) != 0 && errno != EINVAL) {
+            const int error = errno;
+            file.giveBack(base);
+            failWriting(_name, error, "The system call 'fsync' failed for the directory of the file.");
+        }
     }
-    if (replaces && faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0) {
-        // A rename asks only for rights on the directory, but a write-protected file is meant to stay.
-        failOpening(name, errno, "The file is write-protected.");
+
+private:
+    // The name that has to be replaced: behind a symbolic link, which stays, the file that it leads to.
+    std::string behindLinks() const {
+        std::string file = _name;
+        // The system itself gives up after as many.
+        for (int links = 0; links < 40; ++links) {
+            char target[PATH_MAX];
+            const ssize_t length = _calls.readlink(file.c_str(), target, sizeof(target));
+            if (length < 0 && errno != EINVAL && errno != ENOENT) {
+                failOpening(_name, errno, "The system call 'readlink' failed.");
+            }
+            if (length <= 0) {
+                return file;
+            }
+            const std::string_view next(target, static_cast<std::size_t>(length));
+            file = (next.front() == '/' ? std::string() : directoryOf(file) + "/").append(next);
+        }
+        failOpening(_name, ELOOP, "The system call 'readlink' found too many links.");
     }
-    const std::string base = target.substr(target.rfind('/') + 1);
-    const ScopedDescriptor directory(openFile(directoryOf(target).c_str(), O_RDONLY | O_DIRECTORY));
-    if (!directory.isOpen()) {
-        failOpening(name, errno, "The system call 'open' failed for the directory of the file.");
+
+    // False if there is no old file.
+    bool checkOldFile(const std::string& target, struct stat& old) const {
+        if (_calls.stat(target.c_str(), old) != 0) {
+            if (errno != ENOENT) {
+                failOpening(_name, errno, "The system call 'stat' failed.");
+            }
+            return false;
+        }
+        if (!S_ISREG(old.st_mode)) {
+            // A rename would put a plain file in the place of a device or a pipe.
+            failOpening(_name, S_ISDIR(old.st_mode) ? EISDIR : EINVAL, "None.");
+        }
+        if (_calls.faccessat(target.c_str()) != 0) {
+            // A rename asks only for rights on the directory, but a write-protected file is meant to stay.
+            failOpening(_name, errno,
+                        errno == EACCES || errno == EROFS ? "The file is write-protected."
+                                                          : "The system call 'faccessat' failed.");
+        }
+        return true;
     }
-    UnfinishedFile file(directory.get(), base, name);
-    if (replaces && fchmod(file.get(), old.st_mode & 07777) != 0) {
-        failOpening(name, errno, "The system call 'fchmod' failed.");
+
+    void write(int file, const util::Bytes& data) const {
+        for (std::size_t written = 0; written < data.size();) {
+            const ssize_t count = untilUninterrupted(
+                [&] { return _calls.write(file, data.data() + written, data.size() - written); });
+            if (count < 0) {
+                failWriting(_name, errno, "The system call 'write' failed.");
+            }
+            written += static_cast<std::size_t>(count);
+        }
     }
-    write(file.get(), name, data);
-    // The rename may reach the disk before the data does; without this a power cut leaves an empty file.
-    // Never tried again: after a failure the kernel may have dropped the pages and would report success.
-    if (fsync(file.get()) != 0) {
-        failWriting(name, errno, "The system call 'fsync' failed.");
-    }
-    if (const int error = file.renameTo(base)) {
-        failWriting(name, error, "The system call 'renameat' failed.");
-    }
-    if (const int error = synchroniseDirectory(directory.get())) {
-        failWriting(name, error, "The system call 'fsync' failed for the directory of the file.");
-    }
-}
+
+    const FileCalls& _calls;
+    const std::string& _name;
+};
 
 }  // namespace
+
+SaveFileImpl::SaveFileImpl(const FileCalls& calls) : _calls(calls) {}
 
 void SaveFileImpl::save(const std::string& name, const util::Bytes& data, std::uint32_t mode) const {
     if (data.size() > MAX_DATA_SIZE) {
@@ -206,7 +275,7 @@ void SaveFileImpl::save(const std::string& name, const util::Bytes& data, std::u
     if ((mode & APPEND) != 0) {
         append(name, data);
     } else {
-        replace(name, data);
+        Replacement(_calls, name).run(data);
     }
 }
 

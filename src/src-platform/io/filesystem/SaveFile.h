@@ -5,6 +5,7 @@
 
 #include "exceptions/Exception.h"
 #include "io/IOException.h"
+#include "io/filesystem/FileCalls.h"
 #include "util/Bytes.h"
 
 namespace io::filesystem {
@@ -30,15 +31,21 @@ public:
     //
     // A replaced file is durable when save returns, and at no moment does the name stand for a part of the
     // data: a save that throws a SaveFileException leaves the old content, whatever stopped it. The one
-    // exception is a directory that cannot be brought to the disk; the new content is visible then, but may
-    // be lost again in a power cut. An append that fails may have added the beginning of the data.
+    // exception is a directory that cannot be brought to the disk, on a file system where two files can't
+    // trade names: the new content is visible then, but may be lost again in a power cut. An append that
+    // fails may have added the beginning of the data.
     virtual void save(const std::string& name, const util::Bytes& data, std::uint32_t mode = 0) const = 0;
 };
 
 // Keeps one descriptor of the process in hand, so that an append works where there is none left.
 class SaveFileImpl final : public SaveFile {
 public:
+    // calls must outlive this object. Appends always go to the system itself.
+    explicit SaveFileImpl(const FileCalls& calls = systemCalls());
     void save(const std::string& name, const util::Bytes& data, std::uint32_t mode = 0) const override;
+
+private:
+    const FileCalls& _calls;
 };
 
 }  // namespace io::filesystem

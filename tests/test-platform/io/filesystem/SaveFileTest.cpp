@@ -4,34 +4,17 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <set>
 
 #include "io/filesystem/Leftovers.h"
+#include "support/FailingCalls.h"
 #include "support/Failure.h"
 #include "support/TempDir.h"
-
-namespace {
-
-// 0: fsync works; n: the n-th call from now on fails, and fails as a broken disk does: once.
-thread_local int failingSync = 0;
-thread_local int syncCalls = 0;
-
-}  // namespace
-
-// Stands before the C library's, so that tests can have a disk that fails.
-extern "C" int fsync(int descriptor) {
-    ++syncCalls;
-    if (failingSync != 0 && --failingSync == 0) {
-        errno = EIO;
-        return -1;
-    }
-    return static_cast<int>(syscall(SYS_fsync, descriptor));
-}
 
 namespace io::filesystem {
 namespace {
@@ -86,27 +69,81 @@ TEST(SaveFileTest, RightsOfTheOldFileStayAndANewOneTakesThoseOfTheProcess) {
     EXPECT_EQ(rightsOf("new"), rightsOf("plain"));
 }
 
-TEST(SaveFileTest, FailedSyncFailsTheSaveKeepsTheOldFileAndIsNotTriedAgain) {
-    const support::TempDir directory;
-    const std::string name = directory.file("classifier.dat");
-    support::writeFile(name, "old");
-    syncCalls = 0;
-    failingSync = 1;
-    const std::string failure = failureOf(name, "new");
-    EXPECT_EQ(
-        failure.rfind("An error occurred when trying to write the file.\nFilename: '" + name + "'. \n", 0),
-        0u)
-        << failure;
-    EXPECT_NE(failure.find("Error code: 5.\nC++ exception: The system call 'fsync' failed."),
-              std::string::npos);
-    EXPECT_EQ(syncCalls, 1);
-    EXPECT_EQ(support::readFile(name), "old");
-    EXPECT_EQ(entriesOf(directory.path()), 1);
+// Every call fails in turn until a save gets through.
+TEST(SaveFileTest, WhicheverCallFailsTheOldFileIsThereWholeAndNothingElse) {
+    const struct {
+        const char* name;
+        const char* content;  // what stands behind it before; null if there is nothing
+        std::set<std::string> calls;
+    } FILES[] = {
+        {"old",
+         "old",
+         {"readlink", "stat", "faccessat", "open", "openat", "fchmod", "write", "fsync", "renameat2"}},
+        {"new", nullptr, {"readlink", "stat", "open", "openat", "write", "fsync", "renameat2"}},
+        {"link",
+         "old",
+         {"readlink", "stat", "faccessat", "open", "openat", "fchmod", "write", "fsync", "renameat2"}}};
+    const std::string data = "the new content";
+    for (const auto& row : FILES) {
+        for (const int error : {EIO, ENOSPC, EINTR}) {
+            for (const std::size_t mostBytes : {100, 4}) {
+                std::set<std::string> failed;
+                for (int call = 0;; ++call) {
+                    const support::TempDir directory;
+                    const std::string name = directory.file(row.name);
+                    std::filesystem::create_symlink("old", directory.file("link"));
+                    if (row.content != nullptr) {
+                        support::writeFile(directory.file("old"), row.content);
+                    }
+                    const std::ptrdiff_t before = entriesOf(directory.path());
+                    const support::FailingCalls calls(call, error, mostBytes);
+                    const std::string failure = support::failureOf<SaveFileException>(
+                        [&] { SaveFileImpl(calls).save(name, bytes(data)); });
+                    SCOPED_TRACE(std::string(row.name) + ", " + calls.failed() + ": " + failure);
+                    if (failure == "no failure") {
+                        EXPECT_EQ(support::readFile(name), data);
+                        EXPECT_TRUE(std::filesystem::is_symlink(directory.file("link")));
+                        // What can't be deleted stays until the next start.
+                        EXPECT_EQ(entriesOf(directory.path()),
+                                  before + (row.content == nullptr || calls.failed() == "unlinkat" ? 1 : 0));
+                        if (calls.failed().empty()) {
+                            break;
+                        }
+                        continue;
+                    }
+                    failed.insert(calls.failed());
+                    EXPECT_EQ(std::filesystem::exists(name), row.content != nullptr);
+                    EXPECT_EQ(support::readFile(name), row.content == nullptr ? "" : row.content);
+                    EXPECT_EQ(entriesOf(directory.path()), before);
+                    EXPECT_NE(failure.find("The system call '" + calls.failed() + "' failed"),
+                              std::string::npos);
+                    EXPECT_NE(failure.find("Error code: " + std::to_string(error) + "."), std::string::npos);
+                }
+                if (error == EIO) {
+                    EXPECT_EQ(failed, row.calls);
+                }
+            }
+        }
+    }
+}
 
-    // Here the new content has its name already, but nobody knows whether the disk has it.
-    failingSync = 2;
-    EXPECT_NE(failureOf(name, "new").find("for the directory of the file."), std::string::npos);
-    EXPECT_EQ(support::readFile(name), "new");
+// After a failure the kernel may have dropped the pages and would report success.
+TEST(SaveFileTest, FailedSyncIsNotTriedAgain) {
+    const support::TempDir directory;
+    const support::FailingCalls calls("fsync", EIO);
+    EXPECT_NE(support::failureOf<SaveFileException>(
+                  [&] { SaveFileImpl(calls).save(directory.file("file"), bytes("new")); }),
+              "no failure");
+    EXPECT_EQ(calls.count("fsync"), 1);
+}
+
+// On a file system that can't trade names the new content may be all that is left.
+TEST(SaveFileTest, WithoutTradedNamesTheFileIsReplacedAllTheSame) {
+    const support::TempDir directory;
+    support::writeFile(directory.file("file"), "old");
+    const support::FailingCalls calls("renameat2", EINVAL);
+    SaveFileImpl(calls).save(directory.file("file"), bytes("new"));
+    EXPECT_EQ(support::readFile(directory.file("file")), "new");
     EXPECT_EQ(entriesOf(directory.path()), 1);
 }
 
