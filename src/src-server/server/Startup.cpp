@@ -17,6 +17,7 @@
 #include "server/EmptyXmlHookImpl.h"
 #include "server/JobDistribution.h"
 #include "server/LogLevel.h"
+#include "server/Memory.h"
 #include "server/ServiceControl.h"
 #include "server/Start.h"
 #include "server/StartupException.h"
@@ -246,6 +247,7 @@ void Startup::serve() {
     }
     _log.log("Using config settings:\n" + configuration.document);
     _log.log("System settings:\n" + systemFigures());
+    _log.log(memoryOfRequests(configuration.maxInput, configuration.maxClients));
 
     const std::string root = configuration.rootPath();
     makeFolder(root, "The root training path '" + root, true);
