@@ -89,6 +89,26 @@ TEST(ReaderWriterLockTest, AWriterLosesItsPatienceWithTimeAndThenGoesFirst) {
     EXPECT_TRUE(late->becomesIn());
 }
 
+TEST(ReaderWriterLockTest, ReadersGoInTogetherWhenAWriterLeavesUnlessTheNextHasNoPatience) {
+    for (const auto patience : {endless, none}) {
+        ReaderWriterLockImpl lock(patience);
+        Writer writer(lock);
+        ASSERT_TRUE(writer.becomesIn());
+        Writer next(lock);
+        ASSERT_TRUE(next.becomesBlocked());
+        Reader first(lock);
+        Reader second(lock);
+        ASSERT_TRUE(first.becomesBlocked() && second.becomesBlocked());
+        writer.leave();
+        if (patience == none) {
+            ASSERT_TRUE(next.becomesIn());
+            EXPECT_TRUE(first.becomesBlocked());
+            next.leave();
+        }
+        EXPECT_TRUE(first.becomesIn() && second.becomesIn());
+    }
+}
+
 TEST(ReaderWriterLockTest, TheWriterSideBelongsToItsThreadTheReaderSideToNone) {
     ReaderWriterLockImpl lock;
     lock.WriterLock::lock();
