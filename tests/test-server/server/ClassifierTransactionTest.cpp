@@ -7,7 +7,7 @@
 #include "server/BadRequestException.h"
 #include "support/ClassifierTable.h"
 #include "support/FailingCalls.h"
-#include "support/FailureOf.h"
+#include "support/Failure.h"
 #include "support/TempDir.h"
 
 namespace halvern::morvane {
@@ -197,7 +197,7 @@ TEST_F(ClassifierTransactionTest, WhicheverCallOfACommitFailsMemoryAgreesWithThe
                 before = "[x]";
             }
             const std::string failure = support::failureOf<exceptions::Exception>([&] { add("y", creates); });
-            const bool saved = failure == "nothing was thrown";
+            const bool saved = failure == "no failure";
             SCOPED_TRACE(calls.failed() + ": " + failure);
             const std::string after = saved ? (creates ? "[y]" : "[xy]") : before;
             EXPECT_EQ(exists.exists(name) ? join(classesIn(load.load(name))) : "none", after);
