@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
+#include <map>
+#include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -36,7 +40,165 @@ StoredClassifier learned(const std::vector<std::uint32_t>& sizes,
     return stored;
 }
 
+// The probabilities by the formula as it is written down, one step behind the other and without a short cut.
+std::vector<double> plainProbabilities(const StoredClassifier& stored, const std::string& text) {
+    const std::size_t classes = stored.classes.size();
+    const double classCount = static_cast<double>(classes);
+    std::map<std::string, std::vector<std::uint32_t>> learned;
+    for (const auto& [feature, classIndex, count] : stored.records) {
+        learned.try_emplace(feature, classes).first->second[classIndex] = count;
+    }
+    std::map<std::string, double> occurrences;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        ++occurrences[word];
+    }
+    double largest = 0.0;
+    double sum = 0.0;
+    for (const auto& entry : stored.classes) {
+        largest = std::max(largest, entry.count + 1.0);
+        sum += entry.count + 1.0;
+    }
+    double largestOther = 0.0;
+    for (const auto& entry : stored.classes) {
+        largestOther = std::max(largestOther, sum - (entry.count + 1.0) + 1.0);
+    }
+    std::vector<double> scores(classes, 0.0);
+    double squares = 0.0;
+    for (const auto& [word, times] : occurrences) {
+        const auto known = learned.find(word);
+        if (known == learned.end()) {
+            continue;
+        }
+        double holders = 0.0;
+        double total = 0.0;
+        for (const std::uint32_t count : known->second) {
+            holders += count > 0 ? 1.0 : 0.0;
+            total += count;
+        }
+        const double weight = classes > 2 ? std::log(classCount / holders) + 1.0 : 1.0;
+        for (std::size_t i = 0; i < classes; ++i) {
+            const double size = stored.classes[i].count + 1.0;
+            const double boost = largest / size;
+            const double otherBoost = largestOther / (sum - size + 1.0);
+            const double count = known->second[i];
+            const double value = classes == 2 ? boost * count + stored.smoothing
+                                              : std::pow(boost * weight * count + stored.smoothing, 0.05) /
+                                                    (otherBoost * weight * (total - count) + 0.6);
+            scores[i] += std::log(value) * times;
+            squares += times * times;
+        }
+    }
+    double best = std::numeric_limits<double>::lowest();
+    for (double& score : scores) {
+        score *= squares > 0.0 ? 1.0 / std::sqrt(squares) : 1.0;
+        best = score > best ? score : best;
+    }
+    double total = 0.0;
+    for (double& score : scores) {
+        score = std::exp((score - best) * (classCount * 1.4));
+        total += score;
+    }
+    for (double& score : scores) {
+        score = total == 0.0 ? 1.0 / classCount : score / total;
+    }
+    return scores;
+}
+
+// Mostly small numbers, as texts bring them, and now and then one at either end of its range.
+std::uint32_t randomCount(std::mt19937& random, std::uint32_t least) {
+    switch (random() % 8) {
+        case 0:
+            return least;
+        case 1:
+            return UINT32_MAX - random() % 3;
+        case 2:
+            return static_cast<std::uint32_t>(random());
+        default:
+            return least + static_cast<std::uint32_t>(random() >> (random() % 28 + 4));
+    }
+}
+
+// A classifier whose totals need not fit its records, as stored data may have it. Its words are "w0", "w1",
+// ...
+StoredClassifier randomClassifier(std::mt19937& random, std::uint32_t words) {
+    const std::size_t classCounts[] = {1, 2, 2, 3, 4, 5, 7, 20, 79, 80};
+    const double smoothings[] = {1.5,     1e-9, 1e-300, 5e-324, 1e9,      1e300,
+                                 1.7e308, 0.0,  -0.01,  -1e300, HUGE_VAL, std::nan("")};
+    StoredClassifier stored{.extractorVersion = 3};
+    stored.smoothing = random() % 3 != 0 ? 0.05 : smoothings[random() % std::size(smoothings)];
+    const std::size_t classes = classCounts[random() % std::size(classCounts)];
+    const bool isExtreme = random() % 2 == 0;
+    const auto count = [&](std::uint32_t least) {
+        return isExtreme ? randomCount(random, least) : least + static_cast<std::uint32_t>(random() % 50);
+    };
+    for (std::uint16_t i = 0; i < classes; ++i) {
+        // Two digits, so that the order of names is the order of the table.
+        stored.classes.push_back({std::to_string(10 + i), i, count(0) * (isExtreme ? 1 : 40), 1});
+    }
+    const unsigned rarity = 1 + random() % 20;
+    std::map<std::string, std::vector<std::uint32_t>> ordered;
+    for (std::uint32_t word = 0; word < words; ++word) {
+        for (std::uint16_t i = 0; i < classes; ++i) {
+            if (random() % rarity == 0) {
+                ordered["w" + std::to_string(word)].resize(classes);
+                ordered["w" + std::to_string(word)][i] = count(1);
+            }
+        }
+    }
+    for (const auto& [word, counts] : ordered) {
+        for (std::uint16_t i = 0; i < classes; ++i) {
+            if (counts[i] > 0) {
+                stored.records.push_back({word, i, counts[i]});
+            }
+        }
+    }
+    return stored;
+}
+
+std::string randomText(std::mt19937& random, std::uint32_t words) {
+    const std::uint32_t lengths[] = {0, 1, 5, 30, 30, 30, 300, 5000};
+    const std::uint32_t length = lengths[random() % std::size(lengths)];
+    const std::uint32_t favourites = 1 + random() % 5;
+    std::string text;
+    for (std::uint32_t i = 0; i < length; ++i) {
+        text += "w" + std::to_string(random() % (random() % 3 == 0 ? favourites : words + 9)) + " ";
+    }
+    return text;
+}
+
 }  // namespace
+
+// A unit of the sixth digit, which is the last that a response shows, is 1e-6 of a number at the least; the
+// engine does better. Numbers of less than full precision can only be compared as such.
+TEST(ScoringTest, RandomClassifiersAnswerAsThePlainFormulaDoes) {
+    constexpr double FULL_PRECISION = 1e-300;
+    std::mt19937 random(20);
+    support::RecordingCallbackFactory callbacks;
+    for (int round = 0; round < 300; ++round) {
+        const std::uint32_t words = random() % 10 == 0 ? 3000 : 40;
+        const StoredClassifier stored = randomClassifier(random, words);
+        const auto classifier = classifierOf(stored.bytes(), &callbacks);
+        for (int i = 0; i < 4; ++i) {
+            const std::string text = randomText(random, words);
+            Classification classification;
+            classifier->classify(text, classification);
+            const std::vector<double> expected = plainProbabilities(stored, text);
+            ASSERT_EQ(classification.getProbabilities().size(), expected.size());
+            auto next = expected.begin();
+            for (const auto& [name, probability] : classification.getProbabilities()) {
+                if (std::isnan(*next)) {
+                    ASSERT_TRUE(std::isnan(probability)) << "smoothing " << stored.smoothing;
+                } else {
+                    ASSERT_NEAR(probability, *next, std::max(*next * 1e-8, FULL_PRECISION))
+                        << "round " << round << ", class " << name << " of " << expected.size()
+                        << ", smoothing " << stored.smoothing << ", bytes " << text.size();
+                }
+                ++next;
+            }
+        }
+    }
+}
 
 // The expected numbers were worked out from the formula with 40 digits.
 TEST(ScoringTest, WorkedExamples) {
