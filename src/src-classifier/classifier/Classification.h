@@ -1,9 +1,16 @@
 #pragma once
 
 #include <boost/heap/priority_queue.hpp>
+#include <cstddef>
 #include <cstdint>
-#include <map>
+#include <iterator>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "classifier/ClassNames.h"
 
 namespace halvern::classifier {
 
@@ -11,6 +18,47 @@ namespace halvern::classifier {
 // known.
 class Classification {
 public:
+    // An ordered map from the class name to the probability, in the order of the names' unsigned bytes.
+    class Probabilities {
+    public:
+        class Iterator {
+        public:
+            using iterator_category = std::input_iterator_tag;
+            using value_type = std::pair<const std::string&, double>;
+            using difference_type = std::ptrdiff_t;
+            using pointer = void;
+            using reference = value_type;
+
+            Iterator(const Probabilities& map, std::size_t next) : _map(&map), _next(next) {}
+            value_type operator*() const {
+                const std::size_t index = _map->_names->inOrder(_next);
+                return {(*_map->_names)[index], _map->_values[index]};
+            }
+            Iterator& operator++() {
+                ++_next;
+                return *this;
+            }
+            bool operator==(const Iterator& other) const { return _next == other._next; }
+
+        private:
+            const Probabilities* _map;
+            std::size_t _next;
+        };
+
+        std::size_t size() const { return _values.size(); }
+        bool empty() const { return _values.empty(); }
+        Iterator begin() const { return {*this, 0}; }
+        Iterator end() const { return {*this, size()}; }
+        // Throws std::out_of_range for an unknown name.
+        double at(std::string_view className) const;
+
+    private:
+        friend class Classification;
+
+        std::shared_ptr<const ClassNames> _names;  // null while there is no entry
+        std::vector<double> _values;  // as many as there are names, in the order of their indexes
+    };
+
     explicit Classification(double textCoverage = -1.0) : _textCoverage(textCoverage) {}
 
     // The share of the text's distinct tokens that the classifier knows, 0 to 1; what the constructor was
@@ -18,17 +66,16 @@ public:
     double getTextCoverage() const { return _textCoverage; }
     void setTextCoverage(double textCoverage) { _textCoverage = textCoverage; }
 
-    // One entry for each class, in the order of the names' unsigned bytes.
-    const std::map<std::string, double>& getProbabilities() const { return _probabilities; }
+    const Probabilities& getProbabilities() const { return _probabilities; }
 
     // Replaces what stands under that name.
-    void setProbability(const std::string& className, double probability) {
-        _probabilities[className] = probability;
-    }
+    void setProbability(std::string_view className, double probability);
+    // Replaces all probabilities. Requires one for each name, in the order of the names' indexes.
+    void setProbabilities(std::shared_ptr<const ClassNames> names, std::vector<double> values);
 
 private:
     double _textCoverage;
-    std::map<std::string, double> _probabilities;
+    Probabilities _probabilities;
 };
 
 // One word of a text and the class for which it speaks most.

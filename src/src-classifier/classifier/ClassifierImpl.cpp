@@ -1,14 +1,17 @@
 #include "classifier/ClassifierImpl.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <new>
+#include <numeric>
 #include <string>
 #include <utility>
 
 #include "classifier/ClassifierException.h"
 #include "classifier/DefaultCallback.h"
 #include "classifier/KeywordExtractor.h"
+#include "classifier/ProductScoring.h"
 #include "classifier/Scoring.h"
 #include "classifier/storage/Migration.h"
 #include "debug/Assertion.h"
@@ -58,6 +61,42 @@ void selectKeyword(const Scoring& scoring, const storage::ParameterAccessor& acc
     if (strongest != nullptr) {
         keywords.offer(
             Keyword(accessor.feature, entry.token.size(), best, entry.count, strongest->name.c_str()));
+    }
+}
+
+// Calls visit(records, count) for each token that the classifier knows. Tokens are looked up in blocks, and
+// those of one lane together, so that none waits for memory alone.
+template <class Visit>
+void forEachKnown(const TokenCounts& tokenCounts, const storage::FeatureSet& features, Visit visit) {
+    constexpr std::size_t BLOCK = 256;
+    const char* tokens[BLOCK];
+    std::uint32_t counts[BLOCK];
+    storage::FeatureRecords found[BLOCK];
+    auto next = tokenCounts.begin();
+    for (std::size_t rest = tokenCounts.size(); rest > 0;) {
+        const std::size_t size = std::min(rest, BLOCK);
+        rest -= size;
+        std::array<std::uint32_t, storage::FeatureSet::laneCount + 1> ends{};
+        auto again = next;
+        for (std::size_t i = 0; i < size; ++i, ++again) {
+            ++ends[(*again).token.size() + 1];
+        }
+        // Where the next token of each length goes; in the end, where those of its length end.
+        std::partial_sum(ends.begin(), ends.end(), ends.begin());
+        for (std::size_t i = 0; i < size; ++i, ++next) {
+            const TokenCounts::Entry entry = *next;
+            const std::uint32_t place = ends[entry.token.size()]++;
+            tokens[place] = entry.token.data();
+            counts[place] = entry.count;
+        }
+        for (std::size_t length = 0, begin = 0; begin < size; begin = ends[length++]) {
+            features.lane(length).lookupAll(tokens + begin, ends[length] - begin, found + begin);
+        }
+        for (std::size_t i = 0; i < size; ++i) {
+            if (found[i].size > 0) {
+                visit(found[i], counts[i]);
+            }
+        }
     }
 }
 
@@ -155,7 +194,15 @@ void ClassifierImpl::compact() { _features.compact(); }
 void ClassifierImpl::classify(std::string_view text, Classification& classification) const {
     TokenCounts tokenCounts;
     _extractor->extract(text, tokenCounts);
-    classifyTokens(tokenCounts, classification, noKeywords);
+    if (_features.classes().empty() || !ProductScoring::isFor(_smoothing)) {
+        classifyTokens(tokenCounts, classification, noKeywords);
+        return;
+    }
+    ProductScoring scoring(_features.classes(), _smoothing);
+    forEachKnown(
+        tokenCounts, _features,
+        [&scoring](const storage::FeatureRecords& token, std::uint32_t count) { scoring.add(token, count); });
+    answer(tokenCounts, scoring.found(), scoring.probabilities(), classification);
 }
 
 void ClassifierImpl::classifyKeywords(std::string_view text, Keywords& keywords) const {
@@ -185,13 +232,17 @@ void ClassifierImpl::classifyTokens(const TokenCounts& tokenCounts, Classificati
             selectKeyword(scoring, accessor, entry, classes, keywords);
         }
     }
-    const std::vector<double> probabilities = scoring.probabilities();
-    classification.setTextCoverage(
-        tokenCounts.empty() ? 0.0 : scoring.found() / static_cast<double>(tokenCounts.size()));
-    for (std::size_t i = 0; i < classes.size(); ++i) {
-        requireValid(probabilities[i]);
-        classification.setProbability(classes[i].name, probabilities[i]);
+    answer(tokenCounts, scoring.found(), scoring.probabilities(), classification);
+}
+
+void ClassifierImpl::answer(const TokenCounts& tokenCounts, double found, std::vector<double> probabilities,
+                            Classification& classification) const {
+    classification.setTextCoverage(tokenCounts.empty() ? 0.0
+                                                       : found / static_cast<double>(tokenCounts.size()));
+    for (const double probability : probabilities) {
+        requireValid(probability);
     }
+    classification.setProbabilities(_features.classNames(), std::move(probabilities));
 }
 
 // Stored data may bring any smoothing with it, so this can fail without a fault in the program.

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "classifier/Callback.h"
 #include "classifier/Classifier.h"
@@ -44,6 +45,8 @@ private:
 
     void classifyTokens(const TokenCounts& tokenCounts, Classification& classification,
                         Keywords& keywords) const;
+    void answer(const TokenCounts& tokenCounts, double found, std::vector<double> probabilities,
+                Classification& classification) const;
     void requireValid(double probability) const;
     void report(const char* description, std::uint32_t line) const;
     void load(const util::Bytes& data);

@@ -20,40 +20,43 @@ constexpr std::size_t GROUP_SIZE = 4;
 
 // Adds "first second" if the first word is short enough to leave the second a place, and the pair says more
 // than the words do. A missing first word is an empty one.
-void addWordPair(std::string_view first, std::string_view second, TokenCounts& tokenCounts) {
+void addWordPair(const Token& first, const Token& second, TokenCounts& tokenCounts) {
     constexpr std::size_t SMALLEST = 5;
     constexpr std::size_t WORDS = 7;  // bytes of both words together
-    if (first.empty() || first.size() >= WORDS) {
+    const std::size_t length = first.length();
+    if (length == 0 || length >= WORDS) {
         return;
     }
-    const std::size_t taken = std::min(second.size(), WORDS - first.size());
-    const std::size_t size = first.size() + 1 + taken;
+    const std::size_t taken = std::min(second.length(), WORDS - length);
+    const std::size_t size = length + 1 + taken;
     if (size < SMALLEST) {
         return;
     }
-    char pair[WORDS + 1];
-    std::memcpy(pair, first.data(), first.size());
-    pair[first.size()] = ' ';
-    std::memcpy(pair + first.size() + 1, second.data(), taken);
-    tokenCounts.add(std::string_view(pair, size));
+    const std::uint64_t tail = second.head(taken) << 8 | static_cast<unsigned char>(' ');
+    tokenCounts.add(Token::fromWord(first.head(length) | tail << (8 * length), size));
 }
 
-void addWords(std::string_view text, const ByteSet& delimiters, std::size_t maxTokenSize,
-              TokenCounts& tokenCounts) {
-    forEachWord(text, delimiters,
-                [&](std::string_view word) { tokenCounts.add(word.substr(0, maxTokenSize)); });
+void addWords(std::string_view text, ReadableText::Case wish, const ByteSet& delimiters,
+              std::size_t maxTokenSize, TokenCounts& tokenCounts) {
+    const ReadableText readable(text, wish);
+    tokenCounts.expectText(text.size() / 2);
+    forEachWord(readable.view(), delimiters, [&](std::string_view word) {
+        tokenCounts.add(Token::fromReadable(word.data(), std::min(word.size(), maxTokenSize)));
+    });
 }
 
 // The order of the tokens is part of the result: keywords and the last digits of probabilities depend on it.
 void addWordsPrefixesAndPairs(std::string_view text, const ByteSet& delimiters, std::size_t maxTokenSize,
                               TokenCounts& tokenCounts) {
-    std::string_view previous;
-    forEachWord(text, delimiters, [&](std::string_view run) {
-        const std::string_view word = run.substr(0, maxTokenSize);
+    const ReadableText readable(text, ReadableText::Case::FOLDED);
+    tokenCounts.expectText(text.size());
+    Token previous;
+    forEachWord(readable.view(), delimiters, [&](std::string_view run) {
+        const Token word = Token::fromReadable(run.data(), std::min(run.size(), maxTokenSize));
         tokenCounts.add(word);
         addWordPair(previous, word, tokenCounts);
-        if (word.size() > PREFIX_SIZE) {
-            tokenCounts.add(word.substr(0, PREFIX_SIZE));
+        if (word.length() > PREFIX_SIZE) {
+            tokenCounts.add(Token::fromWord(word.head(PREFIX_SIZE), PREFIX_SIZE));
         }
         previous = word;
     });
@@ -87,19 +90,19 @@ std::unique_ptr<FeatureExtractor> makeFeatureExtractor(std::uint32_t version) {
 }
 
 void FeatureExtractorV3::extract(std::string_view text, TokenCounts& tokenCounts) const {
-    addWords(text, SPACE, getMaxTokenSize(), tokenCounts);
+    addWords(text, ReadableText::Case::KEPT, SPACE, getMaxTokenSize(), tokenCounts);
 }
 
 void FeatureExtractorV4::extract(std::string_view text, TokenCounts& tokenCounts) const {
-    addWordsPrefixesAndPairs(foldCase(text), BLANKS, getMaxTokenSize(), tokenCounts);
+    addWordsPrefixesAndPairs(text, BLANKS, getMaxTokenSize(), tokenCounts);
 }
 
 void FeatureExtractorV5::extract(std::string_view text, TokenCounts& tokenCounts) const {
-    addWordsPrefixesAndPairs(foldCase(text), BLANKS_AND_MARKS, getMaxTokenSize(), tokenCounts);
+    addWordsPrefixesAndPairs(text, BLANKS_AND_MARKS, getMaxTokenSize(), tokenCounts);
 }
 
 void FeatureExtractorV6::extract(std::string_view text, TokenCounts& tokenCounts) const {
-    addWords(foldCase(text), BLANKS_AND_MARKS, getMaxTokenSize(), tokenCounts);
+    addWords(text, ReadableText::Case::FOLDED, BLANKS_AND_MARKS, getMaxTokenSize(), tokenCounts);
 }
 
 void FeatureExtractorV7::extract(std::string_view text, TokenCounts& tokenCounts) const {
@@ -117,7 +120,9 @@ void FeatureExtractorV7::extract(std::string_view text, TokenCounts& tokenCounts
     }
     // The group that ends at the last byte was never made, and what classifiers have learned fits that.
     for (std::size_t start = 0; start + GROUP_SIZE < normalised.size(); ++start) {
-        tokenCounts.add(std::string_view(normalised).substr(start, GROUP_SIZE));
+        std::uint32_t group = 0;
+        std::memcpy(&group, normalised.data() + start, GROUP_SIZE);
+        tokenCounts.add(Token::fromWord(group, GROUP_SIZE));
     }
 }
 

@@ -1,7 +1,6 @@
 #include "classifier/KeywordExtractor.h"
 
 #include <algorithm>
-#include <string>
 
 #include "classifier/WordScan.h"
 #include "debug/Assertion.h"
@@ -23,8 +22,8 @@ KeywordExtractor::KeywordExtractor(std::uint64_t maxTokenSize, bool lowerCase)
 }
 
 void KeywordExtractor::extract(std::string_view text, TokenCounts& tokenCounts) const {
-    const std::string folded = _lowerCase ? foldCase(text) : std::string();
-    forEachWord(_lowerCase ? std::string_view(folded) : text, DELIMITERS, [&](std::string_view word) {
+    const ReadableText readable(text, _lowerCase ? ReadableText::Case::FOLDED : ReadableText::Case::KEPT);
+    forEachWord(readable.view(), DELIMITERS, [&](std::string_view word) {
         if (std::none_of(word.begin(), word.end(), isUnfitForXml)) {
             tokenCounts.add(word.substr(0, _maxTokenSize));
         }

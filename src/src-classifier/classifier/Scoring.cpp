@@ -8,21 +8,11 @@ namespace halvern::classifier {
 
 namespace {
 
-constexpr double EXPONENT =
-    0.05;  // happens to equal the smoothing of new classifiers, but has nothing to do with it
-constexpr double OTHERS_SMOOTHING = 0.6;
 constexpr double SHARPNESS = 1.4;
 
 }  // namespace
 
-Scoring::Scoring(const std::vector<storage::ClassEntry>& classes, double smoothing)
-    : _classCount(classes.size()),
-      _smoothing(smoothing),
-      _powerOfNothing(std::pow(0.0 + smoothing, EXPONENT)),
-      _classBoost(_classCount),
-      _otherBoost(_classCount),
-      _tokenValue(_classCount),
-      _logScore(_classCount, 0.0) {
+void boostsOf(const std::vector<storage::ClassEntry>& classes, double* classBoost, double* otherBoost) {
     const auto sizeOf = [](const storage::ClassEntry& entry) { return entry._count + 1.0; };
     double largest = 0.0;
     double sum = 0.0;
@@ -35,10 +25,46 @@ Scoring::Scoring(const std::vector<storage::ClassEntry>& classes, double smoothi
     for (const storage::ClassEntry& entry : classes) {
         largestOther = std::max(largestOther, otherSizeOf(entry));
     }
-    for (std::size_t i = 0; i < _classCount; ++i) {
-        _classBoost[i] = largest / sizeOf(classes[i]);
-        _otherBoost[i] = largestOther / otherSizeOf(classes[i]);
+    for (std::size_t i = 0; i < classes.size(); ++i) {
+        classBoost[i] = largest / sizeOf(classes[i]);
+        otherBoost[i] = largestOther / otherSizeOf(classes[i]);
     }
+}
+
+double rarityOf(std::size_t classCount, std::size_t holders) {
+    return classCount > 2 ? std::log(static_cast<double>(classCount) / static_cast<double>(holders)) + 1.0
+                          : 1.0;
+}
+
+void turnIntoProbabilities(std::vector<double>& scores, double squares) {
+    // The length of the text goes out, so that a long text isn't surer than a short one.
+    const double scale = squares > 0.0 ? 1.0 / std::sqrt(squares) : 1.0;
+    double best = std::numeric_limits<double>::lowest();
+    for (double& score : scores) {
+        score *= scale;
+        best = score > best ? score : best;
+    }
+    const double classCount = static_cast<double>(scores.size());
+    const double sharpness = classCount * SHARPNESS;
+    double total = 0.0;
+    for (double& score : scores) {
+        score = std::exp((score - best) * sharpness);
+        total += score;
+    }
+    for (double& score : scores) {
+        score = total == 0.0 ? 1.0 / classCount : score / total;
+    }
+}
+
+Scoring::Scoring(const std::vector<storage::ClassEntry>& classes, double smoothing)
+    : _classCount(classes.size()),
+      _smoothing(smoothing),
+      _powerOfNothing(std::pow(0.0 + smoothing, OWN_EXPONENT)),
+      _classBoost(_classCount),
+      _otherBoost(_classCount),
+      _tokenValue(_classCount),
+      _logScore(_classCount, 0.0) {
+    boostsOf(classes, _classBoost.data(), _otherBoost.data());
 }
 
 void Scoring::add(const storage::ParameterAccessor& token, std::uint32_t occurrences) {
@@ -66,9 +92,7 @@ void Scoring::evaluatePair(const storage::ParameterAccessor& token) {
 }
 
 void Scoring::evaluate(const storage::ParameterAccessor& token) {
-    // A feature that few classes hold says more.
-    const double rarity =
-        _classCount > 2 ? std::log(static_cast<double>(_classCount) / token.classes) + 1.0 : 1.0;
+    const double rarity = rarityOf(_classCount, token.classes);
     // Added up anew because the accessor's total wraps at 32 bits. Below 2^53 the sum is exact as a double.
     std::uint64_t everywhere = 0;
     for (const std::uint32_t count : token._parameters) {
@@ -80,29 +104,14 @@ void Scoring::evaluate(const storage::ParameterAccessor& token) {
         // Most classes don't hold most tokens, and the power is what costs most.
         const double own = token._parameters[i] == 0
                                ? _powerOfNothing
-                               : std::pow(_classBoost[i] * rarity * count + _smoothing, EXPONENT);
+                               : std::pow(_classBoost[i] * rarity * count + _smoothing, OWN_EXPONENT);
         _tokenValue[i] = own / (_otherBoost[i] * rarity * (total - count) + OTHERS_SMOOTHING);
     }
 }
 
 std::vector<double> Scoring::probabilities() const {
-    // The length of the text goes out, so that a long text isn't surer than a short one.
-    const double scale = _squares > 0.0 ? 1.0 / std::sqrt(_squares) : 1.0;
-    std::vector<double> result(_classCount);
-    double best = std::numeric_limits<double>::lowest();
-    for (std::size_t i = 0; i < _classCount; ++i) {
-        result[i] = scale * _logScore[i];
-        best = result[i] > best ? result[i] : best;
-    }
-    const double sharpness = static_cast<double>(_classCount) * SHARPNESS;
-    double total = 0.0;
-    for (double& value : result) {
-        value = std::exp((value - best) * sharpness);
-        total += value;
-    }
-    for (double& value : result) {
-        value = total == 0.0 ? 1.0 / static_cast<double>(_classCount) : value / total;
-    }
+    std::vector<double> result = _logScore;
+    turnIntoProbabilities(result, _squares);
     return result;
 }
 

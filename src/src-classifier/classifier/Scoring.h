@@ -8,12 +8,27 @@
 
 namespace halvern::classifier {
 
+// How far the counts of a class are scaled up to those of the largest, and the same for all other classes
+// taken together. Each array takes as many numbers as there are classes.
+void boostsOf(const std::vector<storage::ClassEntry>& classes, double* classBoost, double* otherBoost);
+
+// How much more a feature says that only so many of the classes hold.
+double rarityOf(std::size_t classCount, std::size_t holders);
+
+// Turns the score of each class into its probability. squares is the squared length of the text.
+void turnIntoProbabilities(std::vector<double>& scores, double squares);
+
+constexpr double OWN_EXPONENT =
+    0.05;  // happens to equal the smoothing of new classifiers, but has nothing to do with it
+constexpr double OTHERS_SMOOTHING = 0.6;
+
 // The arithmetic of one classification: known tokens go in, one probability for each class comes out.
 //
-// A weighted, smoothed relative of naive Bayes without a prior: a class's size only scales the counts of
-// small classes up to those of the largest. Every sum and product is a double in exactly the order written
-// here; another order would change the last digits that clients see, and the choice between keywords of
-// almost equal share.
+// This is the formula as it is defined, for keywords, which need the value of each token, and for any
+// smoothing. A weighted, smoothed relative of naive Bayes without a prior: a class's size only scales the
+// counts of small classes up to those of the largest. Every sum and product is a double in exactly the order
+// written here; another order would change the last digits that clients see, and the choice between keywords
+// of almost equal share.
 class Scoring {
 public:
     // Requires at least one class.

@@ -1,6 +1,7 @@
 #include "classifier/TokenCounts.h"
 
-#include <cstring>
+#include <algorithm>
+#include <bit>
 #include <limits>
 #include <random>
 
@@ -11,26 +12,17 @@ TokenCounts::Hash::Hash() {
     for (std::uint64_t& key : _keys) {
         key = (static_cast<std::uint64_t>(random()) << 32) | random();
     }
+    _emptyMiddle = _keys[2] * _keys[3] + _keys[4] * _keys[5];
 }
 
-std::uint32_t TokenCounts::Hash::block(std::uint32_t state, std::string_view bytes) const {
-    std::uint32_t words[1 + BLOCK / sizeof(std::uint32_t)] = {state};
-    std::memcpy(words + 1, bytes.data(), bytes.size());
-    std::uint64_t sum = _keys[8];
-    for (std::size_t i = 0; i < 8; i += 2) {
-        sum += (_keys[i] + words[i]) * (_keys[i + 1] + words[i + 1]);
-    }
-    return static_cast<std::uint32_t>(sum >> 32);
-}
-
-std::uint32_t TokenCounts::Hash::operator()(std::string_view token) const {
-    // The length goes in first, since the last block is filled up with zeros.
-    auto state = static_cast<std::uint32_t>(token.size());
-    while (token.size() > BLOCK) {
-        state = block(state, token.substr(0, BLOCK));
-        token.remove_prefix(BLOCK);
-    }
-    return block(state, token);
+// Most tokens leave the words in the middle empty. What those add then is known beforehand.
+std::uint32_t TokenCounts::Hash::operator()(const Token& token) const {
+    const auto product = [&](std::size_t i) {
+        const std::uint64_t word = token.words()[i];
+        return (_keys[2 * i] + static_cast<std::uint32_t>(word)) * (_keys[2 * i + 1] + (word >> 32));
+    };
+    const std::uint64_t middle = token.length() <= 8 ? _emptyMiddle : product(1) + product(2);
+    return static_cast<std::uint32_t>((_keys[8] + product(0) + middle + product(3)) >> 32);
 }
 
 const TokenCounts::Hash& TokenCounts::processHash() {
@@ -40,9 +32,21 @@ const TokenCounts::Hash& TokenCounts::processHash() {
 
 TokenCounts::TokenCounts() : _hash(processHash()) {}
 
-void TokenCounts::add(std::string_view token) {
+// Most texts have a token for each two to three bytes, and the slots are to be half full.
+void TokenCounts::expectText(std::size_t bytes) {
+    constexpr std::size_t FEWEST = 32;
+    constexpr std::size_t MOST = 8192;  // of what is repeated more often in longer texts
+    const std::size_t slots = std::bit_ceil(std::clamp(bytes, FEWEST, MOST));
+    if (slots > _slots.size()) {
+        resize(slots);
+        _records.reserve(slots / 2);
+    }
+}
+
+void TokenCounts::add(const Token& token) {
+    constexpr std::size_t FIRST_SIZE = 64;
     if (_records.size() * 2 >= _slots.size()) {
-        grow();
+        resize(std::max(FIRST_SIZE, _slots.size() * 2));
     }
     const std::uint32_t hash = _hash(token);
     const std::size_t mask = _slots.size() - 1;
@@ -52,25 +56,17 @@ void TokenCounts::add(std::string_view token) {
             continue;
         }
         Record& record = _records[_slots[slot].place - 1];
-        if (record.length == token.size() &&
-            std::memcmp(_bytes.data() + record.offset, token.data(), token.size()) == 0) {
+        if (record.token == token) {
             record.count += record.count != std::numeric_limits<std::uint32_t>::max() ? 1 : 0;
             return;
         }
     }
-    insert(slot, hash, token);
-}
-
-void TokenCounts::insert(std::size_t slot, std::uint32_t hash, std::string_view token) {
-    const std::size_t offset = _bytes.size();
-    _bytes.insert(_bytes.end(), token.begin(), token.end());
-    _records.push_back({offset, static_cast<std::uint32_t>(token.size()), 1});
+    _records.push_back({token, 1});
     _slots[slot] = {hash, static_cast<std::uint32_t>(_records.size())};
 }
 
-void TokenCounts::grow() {
-    constexpr std::size_t FIRST_SIZE = 64;
-    std::vector<Slot> slots(_slots.empty() ? FIRST_SIZE : _slots.size() * 2);
+void TokenCounts::resize(std::size_t size) {
+    std::vector<Slot> slots(size);
     const std::size_t mask = slots.size() - 1;
     for (const Slot& old : _slots) {
         if (old.place == 0) {

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "classifier/Token.h"
+
 namespace halvern::classifier {
 
 // How often each token occurs in one text.
@@ -44,8 +46,13 @@ public:
 
     TokenCounts();
 
+    // Makes room for the tokens of a text of so many bytes, as far as texts of that length usually need it.
+    void expectText(std::size_t bytes);
+
     // Counts one more occurrence of the token. The number sticks at 4,294,967,295.
-    void add(std::string_view token);
+    void add(const Token& token);
+    // Requires a token that fits into a Token.
+    void add(std::string_view token) { add(Token(token)); }
 
     // The number of distinct tokens.
     std::size_t size() const { return _records.size(); }
@@ -61,18 +68,15 @@ private:
     class Hash {
     public:
         Hash();
-        std::uint32_t operator()(std::string_view token) const;
+        std::uint32_t operator()(const Token& token) const;
 
     private:
-        static constexpr std::size_t BLOCK = 28;
-        std::uint32_t block(std::uint32_t state, std::string_view bytes) const;
-
         std::array<std::uint64_t, 9> _keys;
+        std::uint64_t _emptyMiddle;
     };
 
     struct Record {
-        std::size_t offset;  // of the token in _bytes
-        std::uint32_t length;
+        Token token;
         std::uint32_t count;
     };
 
@@ -83,17 +87,12 @@ private:
 
     static const Hash& processHash();
 
-    Entry entry(std::size_t index) const {
-        const Record& record = _records[index];
-        return {std::string_view(_bytes.data() + record.offset, record.length), record.count};
-    }
-    void insert(std::size_t slot, std::uint32_t hash, std::string_view token);
-    void grow();
+    Entry entry(std::size_t index) const { return {_records[index].token.text(), _records[index].count}; }
+    void resize(std::size_t slots);
 
     const Hash& _hash;
     std::vector<Slot> _slots;      // open addressing, a power of two long, at most half full
     std::vector<Record> _records;  // in the order of first occurrence
-    std::vector<char> _bytes;      // the tokens, one behind the other
 };
 
 }  // namespace halvern::classifier

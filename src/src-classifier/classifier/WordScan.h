@@ -1,9 +1,13 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
-#include <string>
+#include <cstring>
+#include <memory>
 #include <string_view>
+
+#include "classifier/Token.h"
 
 namespace halvern::classifier {
 
@@ -27,13 +31,31 @@ constexpr char foldCase(char byte) {
     return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte;
 }
 
-inline std::string foldCase(std::string_view text) {
-    std::string folded(text);
-    for (char& byte : folded) {
-        byte = foldCase(byte);
+// A copy of a text, in lower case if so wished, behind whose last byte a Token can be read.
+class ReadableText {
+public:
+    enum class Case { KEPT, FOLDED };
+
+    ReadableText(std::string_view text, Case wish) : _size(text.size()) {
+        if (_size + Token::SIZE > sizeof(_small)) {
+            _large.reset(new char[_size + Token::SIZE]);
+        }
+        char* const bytes = _large != nullptr ? _large.get() : _small;
+        if (wish == Case::FOLDED) {
+            std::transform(text.begin(), text.end(), bytes, [](char byte) { return foldCase(byte); });
+        } else {
+            std::copy(text.begin(), text.end(), bytes);
+        }
+        std::memset(bytes + _size, 0, Token::SIZE);
     }
-    return folded;
-}
+
+    std::string_view view() const { return {_large != nullptr ? _large.get() : _small, _size}; }
+
+private:
+    std::size_t _size;
+    std::unique_ptr<char[]> _large;  // null for a text that fits into _small
+    char _small[1024];
+};
 
 // Calls visit(word) for each longest run of bytes that aren't delimiters, from first to last.
 template <class Visit>

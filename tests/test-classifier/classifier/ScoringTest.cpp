@@ -175,7 +175,7 @@ TEST(ScoringTest, RandomClassifiersAnswerAsThePlainFormulaDoes) {
     constexpr double FULL_PRECISION = 1e-300;
     std::mt19937 random(20);
     support::RecordingCallbackFactory callbacks;
-    for (int round = 0; round < 300; ++round) {
+    for (int round = 0; round < 100; ++round) {
         const std::uint32_t words = random() % 10 == 0 ? 3000 : 40;
         const StoredClassifier stored = randomClassifier(random, words);
         const auto classifier = classifierOf(stored.bytes(), &callbacks);

@@ -10,7 +10,7 @@
 namespace halvern::classifier {
 
 // Most tokens are random bytes, so many that some fifteen pairs are bound to share the 32 bits of their hash.
-// The others are NULs behind which one byte stands: the fill of the hash's last block must not hide lengths.
+// The others are NULs behind which one byte stands, so that the fill of a token must not hide its length.
 TEST(TokenCountsTest, CountsInTheOrderOfFirstOccurrence) {
     std::mt19937 random(7);
     TokenCounts tokenCounts;
@@ -22,7 +22,7 @@ TEST(TokenCountsTest, CountsInTheOrderOfFirstOccurrence) {
                                        static_cast<std::uint32_t>(random())};
         std::string token(reinterpret_cast<const char*>(words), sizeof(words));
         if (i % 10 == 0) {
-            token = std::string(random() % 90, '\0') + static_cast<char>(random() % 3);
+            token = std::string(random() % Token::MAX_LENGTH, '\0') + static_cast<char>(random() % 3);
         }
         if (model[token]++ == 0) {
             order.push_back(token);

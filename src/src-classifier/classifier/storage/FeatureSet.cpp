@@ -61,6 +61,29 @@ FeatureSet::~FeatureSet() = default;
 void FeatureSet::swap(FeatureSet& other) noexcept {
     _classes.swap(other._classes);
     _lanes.swap(other._lanes);
+    forgetClassNames();
+    other.forgetClassNames();
+}
+
+std::shared_ptr<const ClassNames> FeatureSet::classNames() const {
+    if (!_namesAreMade.load(std::memory_order_acquire)) {
+        const std::lock_guard lock(_namesMutex);
+        if (!_namesAreMade.load(std::memory_order_relaxed)) {
+            std::vector<std::string> names;
+            names.reserve(_classes.size());
+            for (const ClassEntry& entry : _classes) {
+                names.push_back(entry.name);
+            }
+            _names = std::make_shared<ClassNames>(std::move(names));
+            _namesAreMade.store(true, std::memory_order_release);
+        }
+    }
+    return _names;
+}
+
+void FeatureSet::forgetClassNames() noexcept {
+    _namesAreMade.store(false, std::memory_order_relaxed);
+    _names.reset();
 }
 
 bool FeatureSet::classExists(std::string_view name) const {
@@ -82,6 +105,7 @@ void FeatureSet::addClass(std::string_view name) {
                                   " classes, the most that it can hold. Remove a class first.");
     }
     _classes.push_back({std::string(name), static_cast<std::uint16_t>(_classes.size())});
+    forgetClassNames();
 }
 
 void FeatureSet::removeClass(std::string_view name) {
@@ -97,6 +121,7 @@ void FeatureSet::removeClass(std::string_view name) {
     for (auto moved = _classes.erase(entry); moved != _classes.end(); ++moved) {
         --moved->_classIndex;
     }
+    forgetClassNames();
 }
 
 ClassEntry& FeatureSet::getClass(std::string_view name) { return requireClass(_classes, name); }
@@ -139,6 +164,7 @@ void FeatureSet::clear() {
         lane->clear();
     }
     _classes.clear();
+    forgetClassNames();
 }
 
 std::size_t FeatureSet::serializedSize() const {
@@ -187,6 +213,7 @@ void FeatureSet::deserialize(util::database::DatabaseReader& reader) {
         for (const auto& lane : _lanes) {
             lane->deserialize(reader, classCount);
         }
+        forgetClassNames();
     } catch (...) {
         clear();
         throw;

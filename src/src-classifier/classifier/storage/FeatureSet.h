@@ -1,12 +1,15 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "classifier/ClassNames.h"
 #include "classifier/storage/LaneBase.h"
 #include "classifier/storage/StorageTypes.h"
 #include "util/Bytes.h"
@@ -66,15 +69,22 @@ public:
     void deserialize(util::database::DatabaseReader& reader);
 
     const std::vector<ClassEntry>& classes() const { return _classes; }
+    // What depends on the class names alone. Made when it is first asked for after they changed; any number
+    // of threads may ask at once.
+    std::shared_ptr<const ClassNames> classNames() const;
     // Requires index < laneCount.
     LaneBase& lane(std::size_t index) { return *_lanes[index]; }
     const LaneBase& lane(std::size_t index) const { return *_lanes[index]; }
 
 private:
     std::size_t serializedSize() const;
+    void forgetClassNames() noexcept;
 
     std::vector<ClassEntry> _classes;               // in class index order
     std::vector<std::unique_ptr<LaneBase>> _lanes;  // always laneCount of them, by feature length
+    mutable std::mutex _namesMutex;                 // held while _names is made
+    mutable std::atomic<bool> _namesAreMade{false};
+    mutable std::shared_ptr<const ClassNames> _names;
 };
 
 }  // namespace halvern::classifier::storage

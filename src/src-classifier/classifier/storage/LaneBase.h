@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -61,6 +62,9 @@ public:
     // Must be compact.
     virtual LaneIterator begin() const = 0;
     virtual LaneIterator end() const = 0;
+    // Finds the records of so many features, each of the lane's length, which need not be different ones.
+    // Must be compact. Cheaper than as many calls of lookup, since the searches wait for memory together.
+    virtual void lookupAll(const char* const* features, std::size_t count, FeatureRecords* found) const = 0;
 };
 
 }  // namespace halvern::classifier::storage

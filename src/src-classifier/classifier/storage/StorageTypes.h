@@ -141,6 +141,19 @@ static_assert(sizeof(FeatureRecord<0>) == 7 && sizeof(FeatureRecord<1>) == 7 &&
               sizeof(FeatureRecord<5>) == 11 && sizeof(FeatureRecord<31>) == 37 &&
               alignof(FeatureRecord<31>) == 1);
 
+// The records of one feature where they lie in its lane, in the order of their classes. Good until the lane
+// next changes.
+struct FeatureRecords {
+    // Requires index < size. Not a copy: reading one whole what was copied in parts costs more than the rest.
+    const Parameter& operator[](std::size_t index) const {
+        return *reinterpret_cast<const Parameter*>(feature + (index + 1) * stride - sizeof(Parameter));
+    }
+
+    const char* feature = nullptr;  // the first record; null for an unknown feature
+    std::uint32_t size = 0;         // number of records, which is that of the classes that hold the feature
+    std::uint32_t stride = 0;       // bytes of a record
+};
+
 // What all classes know of one feature: the answer of a lane's lookup. Its owner makes it once for the
 // present number of classes and uses it for feature after feature, so that a lookup allocates nothing.
 class ParameterAccessor {

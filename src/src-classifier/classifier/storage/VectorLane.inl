@@ -212,6 +212,62 @@ ParameterAccessor& VectorLane<N>::lookup(std::string_view feature, ParameterAcce
 }
 
 template <std::size_t N>
+void VectorLane<N>::lookupAll(const char* const* features, std::size_t count, FeatureRecords* found) const {
+    CHECK(isCompact(), "The lane has not been compacted since training");
+    if (_permanent.empty()) {
+        std::fill_n(found, count, FeatureRecords{});
+        return;
+    }
+    for (std::size_t first = 0; first < count; first += groupSize) {
+        lookupGroup(features + first, std::min(groupSize, count - first), found + first);
+    }
+}
+
+// All searches of one lane take the same number of steps, as the outcome of a step changes only where the
+// half begins, never how long it is. So they can take each step together, and their cache misses overlap.
+template <std::size_t N>
+void VectorLane<N>::lookupGroup(const char* const* features, std::size_t count, FeatureRecords* found) const {
+    const Record* base[groupSize];
+    std::uint64_t firstWord[groupSize];
+    for (std::size_t i = 0; i < count; ++i) {
+        base[i] = _permanent.data();
+        firstWord[i] = N > 0 ? featureWord<N>(features[i], 0) : 0;
+    }
+    const auto isBelow = [&](const Record& record, std::size_t i) {
+        const std::uint64_t word = N > 0 ? featureWord<N>(record.feature, 0) : 0;
+        if constexpr (N <= 8) {
+            return word < firstWord[i];
+        } else {
+            return word < firstWord[i] ||
+                   (word == firstWord[i] && isFeatureBelow<N>(record.feature, features[i]));
+        }
+    };
+    for (std::size_t size = _permanent.size(); size > 1;) {
+        const std::size_t half = size / 2;
+        for (std::size_t i = 0; i < count; ++i) {
+            base[i] = isBelow(base[i][half - 1], i) ? base[i] + half : base[i];
+        }
+        size -= half;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        found[i] = recordsFrom(isBelow(*base[i], i) ? base[i] + 1 : base[i], features[i]);
+    }
+}
+
+template <std::size_t N>
+FeatureRecords VectorLane<N>::recordsFrom(const Record* first, const char* feature) const {
+    const Record* const end = _permanent.data() + _permanent.size();
+    const Record* next = first;
+    while (next != end && isSameFeature<N>(next->feature, feature)) {
+        ++next;
+    }
+    if (next == first) {
+        return {};
+    }
+    return {first->feature, static_cast<std::uint32_t>(next - first), sizeof(Record)};
+}
+
+template <std::size_t N>
 std::uint32_t VectorLane<N>::totalCount() const {
     CHECK(isCompact(), "The lane has not been compacted since training");
     std::uint32_t total = 0;

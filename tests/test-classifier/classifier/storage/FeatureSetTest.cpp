@@ -39,6 +39,30 @@ struct ModelledSet {
         names.erase(names.begin() + place);
     }
 
+    // Many features looked up at once, those at either end twice, are found as each of them alone.
+    void compareAll(std::size_t length, ParameterAccessor& accessor) {
+        std::vector<const char*> features;
+        for (const auto& [feature, held] : counts) {
+            if (feature.size() == length) {
+                features.push_back(feature.data());
+            }
+        }
+        if (!features.empty()) {
+            features.insert(features.end(), {features.back(), features.front()});
+        }
+        std::vector<FeatureRecords> found(features.size());
+        set.lane(length).lookupAll(features.data(), features.size(), found.data());
+        for (std::size_t i = 0; i < features.size(); ++i) {
+            set.lane(length).lookup(std::string_view(features[i], length), accessor);
+            EXPECT_EQ(found[i].feature, accessor.feature);
+            ASSERT_EQ(found[i].size, accessor.classes);
+            for (std::size_t holder = 0; holder < found[i].size; ++holder) {
+                const Parameter& parameter = found[i][holder];
+                EXPECT_EQ(parameter.count(), accessor._parameters[parameter.classIndex()]);
+            }
+        }
+    }
+
     // The set has the bytes of the model, and each feature is found.
     void compare() {
         StoredClassifier stored;
@@ -63,6 +87,12 @@ struct ModelledSet {
             EXPECT_EQ(accessor.feature == nullptr, holders == 0);
             EXPECT_TRUE(holders == 0 || std::string(accessor.feature, feature.size()) == feature);
             EXPECT_EQ(set.lane(feature.size()).find(feature, 1), expected[1]);
+        }
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            EXPECT_EQ((*set.classNames())[i], names[i]);
+        }
+        for (std::size_t length = 0; length < FeatureSet::laneCount; ++length) {
+            compareAll(length, accessor);
         }
         const util::Bytes whole = stored.bytes();
         const std::ptrdiff_t headerSize = 16;
