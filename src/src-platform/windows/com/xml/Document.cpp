@@ -93,6 +93,20 @@ void stopWalk(void* document) {
     retypeLeaves(static_cast<xmlDoc*>(document), XML_ELEMENT_NODE, XML_ENTITY_REF_NODE);
 }
 
+// What a walk that was given up has left in the context is freed only at the end of a next one.
+void walkOnce(xmlSchemaValidCtxt* context) {
+    xmlDoc document{};
+    xmlNode root{};
+    document.type = XML_DOCUMENT_NODE;
+    document.doc = &document;
+    document.children = document.last = &root;
+    root.type = XML_ELEMENT_NODE;
+    root.name = reinterpret_cast<const xmlChar*>("none");
+    root.parent = reinterpret_cast<xmlNode*>(&document);
+    root.doc = &document;
+    xmlSchemaValidateDoc(context, &document);
+}
+
 // Validates against schema, and fills error if the document is not valid.
 bool isValid(xmlDoc* document, xmlSchema* schema, ParseError& error) {
     const hooks::MemoryWatch watch;
@@ -108,6 +122,7 @@ bool isValid(xmlDoc* document, xmlSchema* schema, ParseError& error) {
     }
     if (watch.ranOut()) {
         retypeLeaves(document, XML_ENTITY_REF_NODE, XML_ELEMENT_NODE);
+        walkOnce(context.get());
     }
     watch.check();
     return result == 0 && !error.isSet();
