@@ -63,7 +63,7 @@ inline std::string quoted(const std::string& line) {
 }
 
 // Whether a serving server may name this path, wherever a request would lead it: files directly in the root,
-// its own logs, and what the kernel tells about memory.
+// its own logs, and what the kernel tells the program and its C library about memory and processors.
 inline bool isAllowed(const std::string& path) {
     static const std::string ROOT = "./classifiers//";
     static const std::set<std::string> EXACT = {"",
@@ -76,7 +76,8 @@ inline bool isAllowed(const std::string& path) {
                                                 "/proc/meminfo",
                                                 "/proc/self/cgroup",
                                                 "/proc/self/maps",
-                                                "/proc/sys/vm/overcommit_memory"};
+                                                "/proc/sys/vm/overcommit_memory",
+                                                "/sys/devices/system/cpu/online"};
     const std::string last = path.substr(path.rfind('/') + 1);
     if (EXACT.count(path) != 0 || path.find("/../") != std::string::npos || last == "..") {
         return EXACT.count(path) != 0;
