@@ -1,8 +1,7 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-
-#include <optional>
 
 #include "system/Program.h"
 #include "system/Wire.h"
@@ -12,12 +11,25 @@
 namespace systemtest {
 namespace {
 
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::StartsWith;
+
 const std::string CREATE = "<create id=\"1\"/><addClass id=\"2\" className=\"x\"/>";
 const std::string QUERY_FAILED = "An error occurred when executing a classifier query.\n\n";
 
-std::string training(const std::string& classifier, const std::string& bytes = "some words") {
+std::string training(const std::string& bytes = "some words", const std::string& before = "",
+                     const std::string& classifier = "c") {
     return request(texts(text("t", bytes)) +
-                   writeCalls(classifier, "<train id=\"1\" className=\"x\" textId=\"t\"/>"));
+                   writeCalls(classifier, before + "<train id=\"t\" className=\"x\" textId=\"t\"/>"));
+}
+
+std::string manyWords() {
+    std::string words;
+    for (int i = 0; i < 200'000; ++i) {
+        words.append("w").append(std::to_string(i)).append(" ");
+    }
+    return words;
 }
 
 std::size_t countOf(const std::string& text, const std::string& part) {
@@ -29,8 +41,55 @@ std::size_t countOf(const std::string& text, const std::string& part) {
 }
 
 std::size_t entriesOf(const std::string& folder) {
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
 }
+
+// One server with the classifier "c".
+class FaultsTest : public testing::Test {
+protected:
+    void start(
+        const Settings& settings = {}, const std::vector<std::string>& moreArguments = {},
+        const std::function<void()>& inChild = [] {}) {
+        server = std::make_unique<Server>(installation, settings, moreArguments, inChild);
+        if (!fs::exists(c)) {
+            ASSERT_TRUE(ask(request(writeCalls("c", CREATE))).success);
+        }
+        remember();
+    }
+    void stop() {
+        EXPECT_EQ(server->stop(), 0);
+        EXPECT_THAT(installation.log(), HasSubstr("Closing server."));
+        server.reset();
+    }
+    // For the end: the same that failed before goes through without a restart.
+    void trainAndStop() {
+        EXPECT_TRUE(ask(training()).success);
+        stop();
+    }
+    Answer ask(const std::string& wholeRequest) { return systemtest::ask(server->port(), wholeRequest); }
+    void expectFailure(const Answer& answer, const std::string& reason) {
+        EXPECT_EQ(answer.code, 5000);
+        EXPECT_THAT(answer.message, StartsWith(QUERY_FAILED));
+        EXPECT_THAT(answer.message, HasSubstr(reason));
+        EXPECT_TRUE(answer.results.empty());
+    }
+    void remember() {
+        classes = classesOf(server->port(), "c");
+        file = support::readFile(c);
+    }
+    void expectUnchanged() {
+        EXPECT_EQ(classesOf(server->port(), "c"), classes);
+        EXPECT_TRUE(support::readFile(c) == file);
+    }
+
+    const Installation installation;
+    const std::string c = installation.classifier("c");
+    const std::string root = installation.file("classifiers");
+    const std::string logs = installation.file("logs");
+    std::unique_ptr<Server> server;
+    std::map<std::string, ClassCounts> classes;
+    std::string file;
+};
 
 // File systems that only this test and its children see, as long as it lives.
 class OwnMounts {
@@ -63,6 +122,7 @@ public:
         require(::mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=2m"));
         _folders.push_back(folder);
     }
+    // What can be made read-only.
     void itself(const std::string& folder) {
         require(::mount(folder.c_str(), folder.c_str(), nullptr, MS_BIND, nullptr));
         _folders.push_back(folder);
@@ -93,101 +153,86 @@ void fill(const std::string& file) {
     }
 }
 
-TEST(FaultsTest, ADiskThatIsFullForAllComesBackByItself) {
+TEST_F(FaultsTest, ADiskThatIsFullForAllComesBackByItself) {
     OwnMounts mounts;
     if (!mounts.allowed()) {
         GTEST_SKIP() << NO_MOUNTS;
     }
-    const Installation installation;
-    mounts.smallDisk(installation.file("classifiers"));
-    mounts.smallDisk(installation.file("logs"));
-    Settings settings;
-    settings.saveRequests = "true";
-    Server server(installation, settings);
-    ASSERT_TRUE(ask(server.port(), request(writeCalls("c", CREATE))).success);
-    const auto before = classesOf(server.port(), "c");
-    const std::string file = support::readFile(installation.classifier("c"));
-    fill(installation.file("classifiers/filler"));
-    fill(installation.file("logs/filler"));
-
-    const Answer answer = ask(server.port(), training("c"));
-    EXPECT_EQ(answer.code, 5000);
-    EXPECT_EQ(
-        answer.message.find(QUERY_FAILED + "An error occurred when trying to write the file.\nFilename: "
-                                           "'./classifiers//c.dat'."),
-        0u)
-        << answer.message;
-    EXPECT_NE(answer.message.find("No space left on device. Error code: 28."), std::string::npos);
-    EXPECT_EQ(classesOf(server.port(), "c"), before);
-    EXPECT_EQ(support::readFile(installation.classifier("c")), file);
-    EXPECT_EQ(entriesOf(installation.file("classifiers")), 2u);
-    EXPECT_EQ(entriesOf(installation.file("logs")), 3u);  // no dump
+    mounts.smallDisk(root);
+    mounts.smallDisk(logs);
+    start({.saveRequests = "true"});
+    fill(root + "/filler");
+    fill(logs + "/filler");
+    const Answer answer = ask(training());
+    expectFailure(answer, "No space left on device. Error code: 28.");
+    EXPECT_THAT(answer.message,
+                StartsWith(QUERY_FAILED + "An error occurred when trying to write the file.\nFilename: "
+                                          "'./classifiers//c.dat'."));
+    expectUnchanged();
+    EXPECT_EQ(entriesOf(root), 2u);
+    EXPECT_EQ(entriesOf(logs), 3u);  // no dump
     // The end of the last page of the log still takes a few entries.
     const std::string full =
         "Error when logging: An error occurred when trying to write the file.\nFilename: './logs/log.txt'.";
     for (int tries = 0; tries < 100 && countOf(installation.output(), full) == 0; ++tries) {
-        EXPECT_EQ(classesOf(server.port(), "c"), before);
+        expectUnchanged();
     }
-    for (const std::string& words :
-         {full,
-          std::string("Skipping to save request, to little harddrive space (less than 1gb). Free space: 0"),
-          std::string("Failed to create dump (./logs/dump_threadid_"),
-          std::string(" bytes left, which is too little for a dump.")}) {
-        EXPECT_NE(installation.output().find(words), std::string::npos) << words;
+    for (const std::string words :
+         {full.c_str(), "Skipping to save request, to little harddrive space (less than 1gb). Free space: 0",
+          "Failed to create dump (./logs/dump_threadid_", " bytes left, which is too little for a dump."}) {
+        EXPECT_THAT(installation.output(), HasSubstr(words));
     }
-
-    std::filesystem::remove(installation.file("classifiers/filler"));
-    std::filesystem::remove(installation.file("logs/filler"));
-    EXPECT_TRUE(ask(server.port(), training("c")).success);
-    EXPECT_EQ(server.stop(), 0);
-    EXPECT_NE(installation.log().find("Closing server."), std::string::npos);
+    fs::remove(root + "/filler");
+    fs::remove(logs + "/filler");
+    trainAndStop();
 }
 
-TEST(FaultsTest, AReadOnlyRootStillAnswersQuestions) {
+TEST_F(FaultsTest, AFileThatMayNotGrowCostsTheRequestAndNothingElse) {
+    start();
+    const std::string words = manyWords();
+    {
+        const Limit disk(server->process().id(), RLIMIT_FSIZE, 1'000'000);
+        expectFailure(ask(training(words)), "File too large");
+        expectFailure(ask(training(words, CREATE, "fresh")), "File too large");
+        expectUnchanged();
+    }
+    EXPECT_EQ(entriesOf(root), 1u);
+    EXPECT_EQ(ask(request(readCalls(information("fresh")))).code, 4000);
+    EXPECT_TRUE(ask(training(words)).success);
+    const auto after = classesOf(server->port(), "c");
+    EXPECT_GT(after.at("x").totalCount, 200'000u);
+    stop();
+    start();
+    EXPECT_EQ(classes, after);
+}
+
+TEST_F(FaultsTest, AReadOnlyRootStillAnswersQuestions) {
     OwnMounts mounts;
     if (!mounts.allowed()) {
         GTEST_SKIP() << NO_MOUNTS;
     }
-    const Installation installation;
-    const std::string root = installation.file("classifiers");
-    std::filesystem::create_directory(root);
+    fs::create_directory(root);
     mounts.itself(root);
-    auto server = std::make_unique<Server>(installation);
-    ASSERT_TRUE(ask(server->port(), request(writeCalls("c", CREATE))).success);
-    const auto before = classesOf(server->port(), "c");
+    start();
     OwnMounts::setReadOnly(root, true);
     for (int round = 0; round < 2; ++round) {
-        for (const std::string& change : {training("c"), request(writeCalls("c", "<remove id=\"1\"/>")),
-                                          request(writeCalls("d", CREATE))}) {
-            const Answer answer = ask(server->port(), change);
-            EXPECT_EQ(answer.code, 5000);
-            EXPECT_EQ(answer.message.find(QUERY_FAILED), 0u) << answer.message;
-            EXPECT_NE(answer.message.find("Read-only file system. Error code: 30."), std::string::npos)
-                << answer.message;
+        for (const std::string& change :
+             {training(), request(writeCalls("c", "<remove id=\"1\"/>")), request(writeCalls("d", CREATE))}) {
+            expectFailure(ask(change), "Read-only file system. Error code: 30.");
         }
-        EXPECT_EQ(classesOf(server->port(), "c"), before);
+        expectUnchanged();
         EXPECT_EQ(entriesOf(root), 1u);
         // Also one that finds it so when it starts.
-        EXPECT_EQ(server->stop(), 0);
-        server.reset();
-        server = std::make_unique<Server>(installation);
+        stop();
+        start();
     }
     OwnMounts::setReadOnly(root, false);
-    EXPECT_TRUE(ask(server->port(), training("c")).success);
-    EXPECT_EQ(server->stop(), 0);
+    trainAndStop();
 }
 
-TEST(FaultsTest, FilesGoAndChangeUnderTheServer) {
-    const Installation installation;
-    Settings settings;
-    settings.saveRequests = "true";
-    Server server(installation, settings);
-    ASSERT_TRUE(ask(server.port(), request(writeCalls("c", CREATE))).success);
-    ASSERT_TRUE(ask(server.port(), training("c")).success);
-    namespace fs = std::filesystem;
-    const std::string c = installation.classifier("c");
-    const std::string root = installation.file("classifiers");
-    const std::string logs = installation.file("logs");
+TEST_F(FaultsTest, FilesGoAndChangeUnderTheServer) {
+    start({.saveRequests = "true"});
+    ASSERT_TRUE(ask(training()).success);
     const struct {
         const char* what;
         std::function<void()> fault;
@@ -207,8 +252,11 @@ TEST(FaultsTest, FilesGoAndChangeUnderTheServer) {
          "No such file or directory. Error code: 2.", [&] { fs::rename(root + ".away", root); }},
         {"the logs are gone", [&] { fs::rename(logs, logs + ".away"); }, 2000, "",
          [&] {
-             EXPECT_NE(installation.output().find("Could not save a request: "), std::string::npos);
-             EXPECT_NE(installation.output().find("Error when logging: "), std::string::npos);
+             for (const char* failed : {"Could not save a request: ",
+                                        "Error when logging: An error occurred when trying to open the file "
+                                        "for writing.\nFilename: './logs/log.txt'."}) {
+                 EXPECT_THAT(installation.output(), HasSubstr(failed));
+             }
              fs::rename(logs + ".away", logs);
          }},
         {"schemas, configuration and program are gone",
@@ -221,20 +269,19 @@ TEST(FaultsTest, FilesGoAndChangeUnderTheServer) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
-        const auto before = classesOf(server.port(), "c");
-        EXPECT_EQ(before.size(), 1u);
+        remember();
+        EXPECT_EQ(classes.size(), 1u);
         row.fault();
-        EXPECT_EQ(classesOf(server.port(), "c"), before);
-        const Answer answer = ask(server.port(), training("c"));
+        EXPECT_EQ(classesOf(server->port(), "c"), classes);
+        const Answer answer = ask(training());
         EXPECT_EQ(answer.code, row.code);
-        EXPECT_NE(answer.message.find(row.words), std::string::npos) << answer.message;
+        EXPECT_THAT(answer.message, HasSubstr(row.words));
         row.remedy();
-        EXPECT_EQ(classesOf(server.port(), "c") == before, row.code != 2000);
-        EXPECT_TRUE(ask(server.port(), training("c")).success);
+        EXPECT_EQ(classesOf(server->port(), "c") == classes, row.code != 2000);
+        EXPECT_TRUE(ask(training()).success);
         EXPECT_GT(support::readFile(c).size(), 100u);
     }
-    EXPECT_EQ(server.stop(), 0);
-    EXPECT_NE(installation.log().find("Closing server."), std::string::npos);
+    stop();
 }
 
 // The clients of one server, each with a place and a thread of its own.
@@ -267,88 +314,64 @@ private:
     std::vector<std::unique_ptr<Connection>> _clients;
 };
 
-TEST(FaultsTest, WithoutDescriptorsClientsWaitAndTheLogSaysSo) {
-    const Installation installation;
-    Settings settings;
-    settings.maxClients = "1000";
+TEST_F(FaultsTest, WithoutDescriptorsClientsWaitAndTheLogSaysSo) {
     // Nobody sees the console of this one.
-    Server server(installation, settings, {"-quiet"});
-    ASSERT_TRUE(ask(server.port(), request(writeCalls("c", CREATE))).success);
-    const auto before = classesOf(server.port(), "c");
-    const std::size_t open = entriesOf("/proc/" + std::to_string(server.process().id()) + "/fd");
-    const Limit limit(server.process().id(), RLIMIT_NOFILE, open + 4);
-    Waiting clients(server, installation);
-    const std::string refused = "Error accepting a connection. Failed using the accept system call. ";
-    while (clients.add(refused)) {
+    start({.maxClients = "1000"}, {"-quiet"});
+    const std::size_t open = entriesOf("/proc/" + std::to_string(server->process().id()) + "/fd");
+    const Limit limit(server->process().id(), RLIMIT_NOFILE, open + 4);
+    Waiting clients(*server, installation);
+    while (clients.add("Error accepting a connection. Failed using the accept system call. ")) {
     }
-    EXPECT_NE(installation.log().find("Too many open files"), std::string::npos);
-    const Answer answer = clients.ask(0, training("c"));
-    EXPECT_EQ(answer.code, 5000);
-    EXPECT_NE(answer.message.find("Too many open files. Error code: 24."), std::string::npos)
-        << answer.message;
+    EXPECT_THAT(installation.log(), HasSubstr("Too many open files"));
+    expectFailure(clients.ask(0, training()), "Too many open files. Error code: 24.");
     EXPECT_EQ(countOf(installation.log(), QUERY_FAILED), 1u);
     // When they have gone, all is as before.
     clients.leave();
-    EXPECT_EQ(classesOf(server.port(), "c"), before);
-    EXPECT_TRUE(ask(server.port(), training("c")).success);
-    EXPECT_EQ(server.stop(), 0);
+    expectUnchanged();
+    trainAndStop();
 }
 
-TEST(FaultsTest, WithoutThreadsOnlyNewClientsLoseTheirConnection) {
+TEST_F(FaultsTest, WithoutThreadsOnlyNewClientsLoseTheirConnection) {
     if (::geteuid() != 0) {
-        GTEST_SKIP()
-            << "Only the administrator can run the server as a user of its own, whose threads are counted.";
+        GTEST_SKIP() << "Only the administrator can run the server as a user whose threads are counted.";
     }
-    const Installation installation;
     const auto user = static_cast<uid_t>(1'000'000 + ::getpid());
     for (const std::string& folder : {installation.outside(), installation.path()}) {
         ASSERT_EQ(::chown(folder.c_str(), user, user), 0);
     }
-    const auto asUserWithFewThreads = [user] {
+    start({}, {}, [user] {
         const rlimit few{10, 10};
         if (::setrlimit(RLIMIT_NPROC, &few) != 0 || ::setresgid(user, user, user) != 0 ||
             ::setresuid(user, user, user) != 0) {
             ::_exit(126);
         }
-    };
-    Server server(installation, {}, {}, asUserWithFewThreads);
-    ASSERT_TRUE(ask(server.port(), request(writeCalls("c", CREATE))).success);
-    Waiting clients(server, installation);
-    const std::string failed = "Error creating thread using '_beginthreadex'. errno: 11.";
-    while (clients.add(failed)) {
+    });
+    Waiting clients(*server, installation);
+    while (clients.add("Error creating thread using '_beginthreadex'. errno: 11.")) {
     }
     EXPECT_EQ(clients.receiveLast(), "");
-    EXPECT_TRUE(clients.ask(0, training("c")).success);
+    EXPECT_TRUE(clients.ask(0, training()).success);
     clients.leave();
-    EXPECT_TRUE(eventually([&] { return replyTo(server.port(), training("c")) != ""; }));
-    EXPECT_EQ(server.stop(), 0);
+    EXPECT_TRUE(eventually([&] { return replyTo(server->port(), training()) != ""; }));
+    stop();
 }
 
-TEST(FaultsTest, WithoutMemoryARequestIsLostAndNothingElse) {
+TEST_F(FaultsTest, WithoutMemoryARequestIsLostAndNothingElse) {
 #ifdef MORVANE_SANITIZED
     GTEST_SKIP() << "The sanitizers need more address space than any limit leaves.";
 #endif
     // Otherwise each thread begins with address space in hand.
     ::setenv("MALLOC_ARENA_MAX", "1", 1);
-    const Installation installation;
-    std::string words;
-    for (int i = 0; i < 200'000; ++i) {
-        words.append("w").append(std::to_string(i)).append(" ");
-    }
-    auto server = std::make_unique<Server>(installation);
-    ASSERT_TRUE(ask(server->port(), request(writeCalls("c", CREATE))).success);
-    ASSERT_TRUE(ask(server->port(), training("c", words)).success);
-    const auto before = classesOf(server->port(), "c");
-    const std::string file = support::readFile(installation.classifier("c"));
-    for (const char* what : {"load", "clone"}) {
-        SCOPED_TRACE(what);
-        EXPECT_EQ(server->stop(), 0);
-        server.reset();
-        std::filesystem::remove(installation.file("logs/log.txt"));
+    start();
+    ASSERT_TRUE(ask(training(manyWords())).success);
+    remember();
+    for (const bool clones : {false, true}) {
+        SCOPED_TRACE(clones);
+        stop();
+        fs::remove(logs + "/log.txt");
         server = std::make_unique<Server>(installation);
-        const bool clones = what == std::string("clone");
         if (clones) {
-            EXPECT_EQ(classesOf(server->port(), "c"), before);
+            expectUnchanged();
         }
         {
             Waiting clients(*server, installation);
@@ -357,8 +380,7 @@ TEST(FaultsTest, WithoutMemoryARequestIsLostAndNothingElse) {
                 support::readFile("/proc/" + std::to_string(server->process().id()) + "/statm");
             const Limit limit(server->process().id(), RLIMIT_AS,
                               std::stoull(size) * static_cast<rlim_t>(::getpagesize()) + 1'000'000);
-            const Answer answer =
-                clients.ask(0, clones ? training("c") : request(readCalls(information("c"))));
+            const Answer answer = clients.ask(0, clones ? training() : request(readCalls(information("c"))));
             EXPECT_EQ(answer.code, 5030);
             EXPECT_EQ(answer.message.find_first_not_of('\t'), std::string::npos);
         }
@@ -366,13 +388,11 @@ TEST(FaultsTest, WithoutMemoryARequestIsLostAndNothingElse) {
              {"\nA std exception occured when trying to read xml parameters, exception type: "
               "std::bad_alloc\n",
               "\nOut of memory.\n"}) {
-            EXPECT_NE(installation.log().find(line), std::string::npos) << line;
+            EXPECT_THAT(installation.log(), HasSubstr(line));
         }
-        EXPECT_EQ(classesOf(server->port(), "c"), before);
-        EXPECT_TRUE(support::readFile(installation.classifier("c")) == file);
+        expectUnchanged();
     }
-    EXPECT_TRUE(ask(server->port(), training("c")).success);
-    EXPECT_EQ(server->stop(), 0);
+    trainAndStop();
 }
 
 }  // namespace

@@ -2,12 +2,9 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdint>
@@ -20,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/LoopbackClient.h"
 #include "support/TempDir.h"
 
 // The real program in a folder of its own, as an operator would set it up.
@@ -100,11 +98,9 @@ private:
 class Limit {
 public:
     Limit(pid_t process, __rlimit_resource resource, rlim_t limit) : _process(process), _resource(resource) {
-        rlimit wanted{};
-        bool done = ::prlimit(_process, _resource, nullptr, &_before) == 0;
-        wanted = {limit, _before.rlim_max};
-        done = done && ::prlimit(_process, _resource, &wanted, nullptr) == 0;
-        if (!done) {
+        ::prlimit(_process, _resource, nullptr, &_before);
+        const rlimit wanted = {limit, _before.rlim_max};
+        if (::prlimit(_process, _resource, &wanted, nullptr) != 0) {
             throw std::runtime_error("prlimit failed");
         }
     }
@@ -144,14 +140,12 @@ private:
 };
 
 inline bool isListening(std::uint16_t port) {
-    const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    const bool connected = ::connect(probe, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-    ::close(probe);
-    return connected;
+    try {
+        const support::LoopbackClient probe(port);
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
 }
 
 struct Settings {

@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "support/NotifyReceiver.h"
@@ -10,9 +11,7 @@ namespace {
 const std::string FAILED = "An exception occured when trying to startup the server. ";
 const std::string READY = "READY=1\nSTATUS=Morvane Server is running.";
 
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
+using testing::HasSubstr;
 
 TEST(ServiceTest, ReportsReadyWhenItListensAndStoppingWhenItIsToldTo) {
     const Installation installation;
@@ -23,9 +22,7 @@ TEST(ServiceTest, ReportsReadyWhenItListensAndStoppingWhenItIsToldTo) {
     for (int attempt = 0; attempt < 10 && report != READY; ++attempt) {
         // Somebody else may take the port between here and the service's own bind.
         port = BoundPort().port();
-        Settings settings;
-        settings.port = std::to_string(port);
-        support::writeFile(installation.file("config.xml"), configuration(settings));
+        support::writeFile(installation.file("config.xml"), configuration({.port = std::to_string(port)}));
         service = installation.run({"-scm", "-config", "config.xml"});
         EXPECT_EQ(manager.next(), "STATUS=Morvane Server is starting.");
         report = manager.next();
@@ -40,7 +37,7 @@ TEST(ServiceTest, ReportsReadyWhenItListensAndStoppingWhenItIsToldTo) {
     EXPECT_EQ(installation.output(), "");
     for (const std::string words :
          {"Running server as a service.", "Stopping the service from SCM.", "Closing server."}) {
-        EXPECT_TRUE(contains(installation.log(), words)) << words;
+        EXPECT_THAT(installation.log(), HasSubstr(words));
     }
 }
 
@@ -48,9 +45,8 @@ TEST(ServiceTest, TellsTheManagerOfAStartThatFailed) {
     const Installation installation;
     BoundPort taken;
     taken.listen();
-    Settings settings;
-    settings.port = std::to_string(taken.port());
-    support::writeFile(installation.file("config.xml"), configuration(settings));
+    const std::string port = std::to_string(taken.port());
+    support::writeFile(installation.file("config.xml"), configuration({.port = port}));
     for (const std::string file : {"config.xml", "missing.xml"}) {
         support::NotifyReceiver manager;
         const auto service = installation.run({"-scm", "-config", file});
@@ -58,33 +54,27 @@ TEST(ServiceTest, TellsTheManagerOfAStartThatFailed) {
         EXPECT_EQ(manager.next(), "STATUS=Morvane Server has stopped with exit code 1.");
         EXPECT_EQ(service->wait(), 1);
     }
-    EXPECT_TRUE(contains(installation.log(), FAILED + "The port, " + settings.port + ", is already in use."));
-}
-
-TEST(ServiceTest, IsRunByAManagerOnly) {
-    const Installation installation;
+    EXPECT_THAT(installation.log(), HasSubstr(FAILED + "The port, " + port + ", is already in use."));
+    // Where no manager is, it can't run at all.
     EXPECT_EQ(installation.run({"-scm", "-config", "config.xml"})->wait(), 1);
-    EXPECT_TRUE(contains(
-        installation.log(),
-        FAILED + "Could not start service dispatcher using 'StartServiceCtrlDispatcher'. System error"))
-        << installation.log();
+    EXPECT_THAT(installation.log(), HasSubstr(FAILED + "Could not start service dispatcher using "
+                                                       "'StartServiceCtrlDispatcher'. System error"));
 }
 
 TEST(ServiceTest, IsNotInstalledWhereNoManagerIs) {
     if (std::filesystem::exists("/run/systemd/system")) {
         GTEST_SKIP() << "Systemd runs this machine, and its services are none of a test's business.";
     }
-    const std::vector<std::string> rows[] = {
-        {"-install", "-config", "none.xml"}, {"-uninstall"}, {"-start"}, {"-stop"}};
-    for (const std::vector<std::string>& row : rows) {
+    for (const std::vector<std::string>& row : {std::vector<std::string>{"-install", "-config", "none.xml"},
+                                                {"-uninstall"},
+                                                {"-start"},
+                                                {"-stop"}}) {
         const Installation installation;
         EXPECT_EQ(installation.run(row)->wait(), 1);
-        EXPECT_TRUE(
-            contains(installation.output(),
-                     FAILED + "Could not open Service Control Manager using 'OpenSCManager'. Host: (null). "
-                              "System error message: No such file or directory. Error code: 2. This machine "
-                              "isn't run by systemd"))
-            << installation.output();
+        EXPECT_THAT(installation.output(),
+                    HasSubstr(FAILED + "Could not open Service Control Manager using 'OpenSCManager'. Host: "
+                                       "(null). System error message: No such file or directory. Error code: "
+                                       "2. This machine isn't run by systemd"));
     }
 }
 

@@ -12,8 +12,8 @@ namespace {
 const std::string SWEDISH = "hej hopp detta \xE4r en text p\xE5 svenska tror jag";
 const std::string ENGLISH = "hi this is a text in english I beleive";
 
-std::string twoLanguages() {
-    return request(
+TEST(ServingTest, TrainsAnswersAndFindsEverythingAgainAfterARestart) {
+    const std::string training = request(
         texts(text("sweText", SWEDISH) + text("engText", ENGLISH)) +
         writeCalls(
             "test_engswe",
@@ -21,25 +21,19 @@ std::string twoLanguages() {
             "<addClass id=\"call_2\" className=\"swe\"/>\n<addClass id=\"call_3\" className=\"eng\"/>\n"
             "<train id=\"call_4\" className=\"swe\" textId=\"sweText\"/>\n"
             "<train id=\"call_5\" className=\"eng\" textId=\"engText\"/>\n"));
-}
-
-std::string questions() {
-    return request(
-        texts(text("a", "hej") + text("b", "a text that is mostly english") + text("c", "qwerty")) +
-        readCalls("<classify id=\"1\" classifierName=\"test_engswe\" textId=\"a\"/>\n"
-                  "<classify id=\"2\" classifierName=\"test_engswe\" textId=\"b\"/>\n"
-                  "<classify id=\"3\" classifierName=\"test_engswe\" textId=\"c\"/>\n"
-                  "<classifyKeywords id=\"4\" classifierName=\"test_engswe\" textId=\"b\"/>\n" +
-                  information("test_engswe", "5")));
-}
-
-TEST(ServingTest, TrainsAnswersAndFindsEverythingAgainAfterARestart) {
+    const std::string questions =
+        request(texts(text("a", "hej") + text("b", "a text that is mostly english") + text("c", "qwerty")) +
+                readCalls("<classify id=\"1\" classifierName=\"test_engswe\" textId=\"a\"/>\n"
+                          "<classify id=\"2\" classifierName=\"test_engswe\" textId=\"b\"/>\n"
+                          "<classify id=\"3\" classifierName=\"test_engswe\" textId=\"c\"/>\n"
+                          "<classifyKeywords id=\"4\" classifierName=\"test_engswe\" textId=\"b\"/>\n" +
+                          information("test_engswe", "5")));
     const Installation installation;
     std::string before;
     {
         Server server(installation);
-        ASSERT_TRUE(ask(server.port(), twoLanguages()).success);
-        before = replyTo(server.port(), questions());
+        ASSERT_TRUE(ask(server.port(), training).success);
+        before = replyTo(server.port(), questions);
         Answer answer = parse(before);
         ASSERT_TRUE(answer.success) << answer.message;
         EXPECT_EQ(answer.version, "1.01");
@@ -69,38 +63,8 @@ TEST(ServingTest, TrainsAnswersAndFindsEverythingAgainAfterARestart) {
     EXPECT_EQ(support::readFile(installation.classifier("test_engswe")).substr(0, 8),
               std::string("\x05\0\0\0\x05\0\0\0", 8));
     Server server(installation);
-    EXPECT_EQ(replyTo(server.port(), questions()), before);
+    EXPECT_EQ(replyTo(server.port(), questions), before);
     EXPECT_EQ(server.stop(), 0);
-}
-
-TEST(ServingTest, RefusesMistakesAndChangesNothing) {
-    const Installation installation;
-    Server server(installation);
-    ASSERT_TRUE(ask(server.port(), twoLanguages()).success);
-    const auto before = classesOf(server.port(), "test_engswe");
-    const std::string word = texts(text("t", "word"));
-    const std::string train = "<train id=\"1\" className=\"swe\" textId=\"t\"/>\n";
-    const std::pair<std::string, std::string> cases[] = {
-        {request(word +
-                 writeCalls("test_engswe", train + "<train id=\"2\" className=\"fin\" textId=\"t\"/>\n")),
-         "Trying to train on a class that doesn't exist. Class name 'fin'.\nCall id: 2"},
-        // The read fails, so the write of the same request never runs.
-        {request(word + writeCalls("test_engswe", train) + readCalls(information("nobody"))),
-         "The requested classifier could not be found. './classifiers//nobody.dat'.\nCall id: i\nReadCall: "
-         "getInformation\n\nOne of the read calls failed."},
-        {request(writeCalls("fresh", "<create id=\"1\"/>\n<create id=\"2\"/>\n")), "(in memory)"},
-    };
-    for (const auto& [request, words] : cases) {
-        const Answer answer = ask(server.port(), request);
-        EXPECT_EQ(answer.code, 4000) << request;
-        EXPECT_TRUE(answer.results.empty());
-        EXPECT_NE(answer.message.find(words), std::string::npos) << answer.message;
-        EXPECT_EQ(classesOf(server.port(), "test_engswe"), before) << request;
-    }
-    // What failed to come into being isn't in the way afterwards.
-    EXPECT_FALSE(std::filesystem::exists(installation.classifier("fresh")));
-    EXPECT_TRUE(ask(server.port(), request(writeCalls("Fresh", "<create id=\"1\"/>\n"))).success);
-    EXPECT_TRUE(std::filesystem::exists(installation.classifier("fresh")));
 }
 
 TEST(ServingTest, StopsInGoodOrderWhileClientsHoldTheirConnections) {

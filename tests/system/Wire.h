@@ -1,18 +1,15 @@
 #pragma once
 
-#include <libxml/parser.h>
-#include <libxml/tree.h>
-#include <libxml/xmlschemas.h>
-
+#include <algorithm>
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "support/LoopbackClient.h"
+#include "support/Xml.h"
 #include "util/Base64.h"
 #include "util/Bytes.h"
 
@@ -72,22 +69,15 @@ struct Keyword {
 
 // The result of one call: whichever part belongs to that call.
 struct Result {
-    std::string call;
     std::string textCoverage;
     std::map<std::string, double> probabilities;
     std::vector<Keyword> keywords;
     std::map<std::string, ClassCounts> classes;
 
     std::string best() const {
-        std::string name;
-        double most = -1;
-        for (const auto& [className, probability] : probabilities) {
-            if (probability > most) {
-                most = probability;
-                name = className;
-            }
-        }
-        return name;
+        const auto most = std::max_element(probabilities.begin(), probabilities.end(),
+                                           [](const auto& a, const auto& b) { return a.second < b.second; });
+        return most == probabilities.end() ? "" : most->first;
     }
 };
 
@@ -99,92 +89,61 @@ struct Answer {
     std::map<std::string, Result> results;
 };
 
-namespace detail {
-
-inline const xmlSchemaPtr& responseSchema() {
-    static const xmlSchemaPtr schema = [] {
-        xmlSchemaParserCtxtPtr parser = xmlSchemaNewParserCtxt(MORVANE_SCHEMAS "/server/ResponseSchema.xsd");
-        xmlSchemaPtr compiled = xmlSchemaParse(parser);
-        xmlSchemaFreeParserCtxt(parser);
-        if (compiled == nullptr) {
-            throw std::runtime_error("The response schema can't be compiled");
-        }
-        return compiled;
-    }();
-    return schema;
-}
-
-inline std::string nameOf(const xmlNode* node) { return reinterpret_cast<const char*>(node->name); }
-
-inline std::string owned(xmlChar* value) {
-    const std::string copy = value == nullptr ? "" : reinterpret_cast<const char*>(value);
-    xmlFree(value);
-    return copy;
-}
-
-inline std::string attribute(xmlNode* node, const char* name) {
-    return owned(xmlGetNoNsProp(node, reinterpret_cast<const xmlChar*>(name)));
-}
-
-inline std::string content(xmlNode* node) { return owned(xmlNodeGetContent(node)); }
-
-inline Result resultOf(xmlNode* call) {
-    Result result;
-    result.call = nameOf(call);
-    xmlNode* block = xmlFirstElementChild(call);
-    if (block != nullptr) {
-        result.textCoverage = attribute(block, "textCoverage");
-    }
-    for (xmlNode* entry = block == nullptr ? nullptr : xmlFirstElementChild(block); entry != nullptr;
-         entry = xmlNextElementSibling(entry)) {
-        const std::string className = attribute(entry, "className");
-        if (nameOf(entry) == "class") {
-            result.probabilities[className] = std::stod(attribute(entry, "p"));
-        } else if (nameOf(entry) == "keyword") {
-            result.keywords.push_back({content(entry), className, std::stod(attribute(entry, "p"))});
-        } else {
-            xmlNode* unique = xmlFirstElementChild(entry);
-            result.classes[className] = {std::stoull(content(unique)),
-                                         std::stoull(content(xmlNextElementSibling(unique)))};
-        }
-    }
-    return result;
-}
-
-}  // namespace detail
-
 // Reads an answer the way a strict client does: well-formed, valid, nothing left over.
 inline Answer parse(const std::string& response) {
-    const std::unique_ptr<xmlDoc, void (*)(xmlDoc*)> document(
-        xmlReadMemory(response.data(), static_cast<int>(response.size()), nullptr, nullptr,
-                      XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_HUGE),
-        xmlFreeDoc);
-    if (document == nullptr) {
-        throw std::runtime_error("Not well-formed: " + response.substr(0, 2000));
-    }
-    xmlSchemaValidCtxtPtr validation = xmlSchemaNewValidCtxt(detail::responseSchema());
-    const int invalid = xmlSchemaValidateDoc(validation, document.get());
-    xmlSchemaFreeValidCtxt(validation);
-    if (invalid != 0) {
-        throw std::runtime_error("Not valid: " + response.substr(0, 2000));
-    }
-    Answer answer;
-    xmlNode* root = xmlDocGetRootElement(document.get());
-    answer.version = detail::attribute(root, "version");
-    for (xmlNode* section = xmlFirstElementChild(root); section != nullptr;
-         section = xmlNextElementSibling(section)) {
-        if (detail::nameOf(section) == "status") {
-            answer.success = detail::attribute(section, "success") == "true";
-            answer.code = std::stoi(detail::attribute(section, "statusCode"));
-            answer.message = detail::content(section);
-            continue;
+    using windows::com::xml::Element;
+    static const support::LoadedSchema schema(MORVANE_SCHEMAS "/server/ResponseSchema.xsd");
+    const auto childrenOf = [](const Element& parent) {
+        const windows::com::xml::NodeList nodes = parent.selectNodes("*");
+        std::vector<Element> children;
+        for (std::int32_t i = 0; i < nodes.size(); ++i) {
+            children.emplace_back(nodes.getNode(i));
         }
-        for (xmlNode* call = xmlFirstElementChild(section); call != nullptr;
-             call = xmlNextElementSibling(call)) {
-            answer.results[detail::attribute(call, "id")] = detail::resultOf(call);
+        return children;
+    };
+    const auto resultOf = [&](const Element& call) {
+        Result result;
+        for (const Element& block : childrenOf(call)) {
+            result.textCoverage =
+                block.hasAttribute("textCoverage") ? block.getAttribute("textCoverage") : "";
+            for (const Element& entry : childrenOf(block)) {
+                const std::string className = entry.getAttribute("className");
+                if (entry.getTagName() == "class") {
+                    result.probabilities[className] = std::stod(entry.getAttribute("p"));
+                } else if (entry.getTagName() == "keyword") {
+                    result.keywords.push_back(
+                        {entry.getText(), className, std::stod(entry.getAttribute("p"))});
+                } else {
+                    const std::vector<Element> counts = childrenOf(entry);
+                    result.classes[className] = {std::stoull(counts.at(0).getText()),
+                                                 std::stoull(counts.at(1).getText())};
+                }
+            }
         }
+        return result;
+    };
+    try {
+        windows::com::xml::Document document = schema.newDocument();
+        document.loadXml(response);
+        document.validate();
+        const Element root = document.getRootElement();
+        Answer answer;
+        answer.version = root.getAttribute("version");
+        for (const Element& section : childrenOf(root)) {
+            if (section.getTagName() == "status") {
+                answer.success = section.getAttribute("success") == "true";
+                answer.code = std::stoi(section.getAttribute("statusCode"));
+                answer.message = section.getText();
+                continue;
+            }
+            for (const Element& call : childrenOf(section)) {
+                answer.results[call.getAttribute("id")] = resultOf(call);
+            }
+        }
+        return answer;
+    } catch (const exceptions::Exception& e) {
+        throw std::runtime_error(std::string("No answer: ") + e.what() + response.substr(0, 2000));
     }
-    return answer;
 }
 
 inline Answer ask(std::uint16_t port, const std::string& wholeRequest) {
