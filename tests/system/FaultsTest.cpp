@@ -47,10 +47,8 @@ std::size_t entriesOf(const std::string& folder) {
 // One server with the classifier "c".
 class FaultsTest : public testing::Test {
 protected:
-    void start(
-        const Settings& settings = {}, const std::vector<std::string>& moreArguments = {},
-        const std::function<void()>& inChild = [] {}) {
-        server = std::make_unique<Server>(installation, settings, moreArguments, inChild);
+    void start(const Settings& settings = {}, const std::vector<std::string>& moreArguments = {}) {
+        server = std::make_unique<Server>(installation, settings, moreArguments);
         if (!fs::exists(c)) {
             ASSERT_TRUE(ask(request(writeCalls("c", CREATE))).success);
         }
@@ -305,7 +303,6 @@ public:
         _clients[client]->endSending();
         return parse(_clients[client]->receive());
     }
-    std::string receiveLast() { return _clients.back()->receive(); }
     void leave() { _clients.clear(); }
 
 private:
@@ -329,31 +326,6 @@ TEST_F(FaultsTest, WithoutDescriptorsClientsWaitAndTheLogSaysSo) {
     clients.leave();
     expectUnchanged();
     trainAndStop();
-}
-
-TEST_F(FaultsTest, WithoutThreadsOnlyNewClientsLoseTheirConnection) {
-    if (::geteuid() != 0) {
-        GTEST_SKIP() << "Only the administrator can run the server as a user whose threads are counted.";
-    }
-    const auto user = static_cast<uid_t>(1'000'000 + ::getpid());
-    for (const std::string& folder : {installation.outside(), installation.path()}) {
-        ASSERT_EQ(::chown(folder.c_str(), user, user), 0);
-    }
-    start({}, {}, [user] {
-        const rlimit few{10, 10};
-        if (::setrlimit(RLIMIT_NPROC, &few) != 0 || ::setresgid(user, user, user) != 0 ||
-            ::setresuid(user, user, user) != 0) {
-            ::_exit(126);
-        }
-    });
-    Waiting clients(*server, installation);
-    while (clients.add("Error creating thread using '_beginthreadex'. errno: 11.")) {
-    }
-    EXPECT_EQ(clients.receiveLast(), "");
-    EXPECT_TRUE(clients.ask(0, training()).success);
-    clients.leave();
-    EXPECT_TRUE(eventually([&] { return replyTo(server->port(), training()) != ""; }));
-    stop();
 }
 
 TEST_F(FaultsTest, WithoutMemoryARequestIsLostAndNothingElse) {

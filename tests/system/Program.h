@@ -38,9 +38,7 @@ inline bool eventually(const std::function<bool()>& condition) {
 // A process that this test started; killed by its id if it is still there at the end.
 class Process {
 public:
-    // inChild runs in the new process just before the program does.
-    Process(const std::string& program, std::vector<std::string> arguments, const std::string& output,
-            const std::function<void()>& inChild) {
+    Process(const std::string& program, std::vector<std::string> arguments, const std::string& output) {
         std::vector<char*> argv{const_cast<char*>(program.c_str())};
         for (std::string& argument : arguments) {
             argv.push_back(argument.data());
@@ -51,7 +49,6 @@ public:
         if (_id == 0) {
             ::dup2(out, STDOUT_FILENO);
             ::dup2(out, STDERR_FILENO);
-            inChild();
             ::execv(program.c_str(), argv.data());
             ::_exit(127);
         }
@@ -193,9 +190,8 @@ public:
     std::string log() const { return support::readFile(file("logs/log.txt")); }
     std::string output() const { return support::readFile(file("output.txt")); }
 
-    std::unique_ptr<Process> run(
-        std::vector<std::string> arguments, const std::function<void()>& inChild = [] {}) const {
-        return std::make_unique<Process>(program(), std::move(arguments), file("output.txt"), inChild);
+    std::unique_ptr<Process> run(std::vector<std::string> arguments) const {
+        return std::make_unique<Process>(program(), std::move(arguments), file("output.txt"));
     }
 
 private:
@@ -205,9 +201,8 @@ private:
 // A server that takes requests when the constructor returns.
 class Server {
 public:
-    explicit Server(
-        const Installation& installation, Settings settings = {},
-        const std::vector<std::string>& moreArguments = {}, const std::function<void()>& inChild = [] {}) {
+    explicit Server(const Installation& installation, Settings settings = {},
+                    const std::vector<std::string>& moreArguments = {}) {
         std::vector<std::string> arguments{"-config", "config.xml"};
         arguments.insert(arguments.end(), moreArguments.begin(), moreArguments.end());
         for (int attempt = 0; attempt < 10; ++attempt) {
@@ -217,7 +212,7 @@ public:
             support::writeFile(installation.file("config.xml"), configuration(settings));
             const std::size_t before = installation.log().size();
             const auto news = [&] { return installation.log().substr(before); };
-            _process = installation.run(arguments, inChild);
+            _process = installation.run(arguments);
             eventually([&] {
                 return _process->hasEnded() ||
                        news().find("Waiting for connections...") != std::string::npos ||

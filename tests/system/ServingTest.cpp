@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <set>
@@ -81,6 +82,18 @@ TEST(ServingTest, StopsInGoodOrderWhileClientsHoldTheirConnections) {
     EXPECT_EQ(silent.receive(), "");
     EXPECT_EQ(unfinished.receive(), "");
     EXPECT_FALSE(std::filesystem::exists(installation.classifier("never")));
+}
+
+TEST(ServingTest, AClientThatOnlyHoldsAPlaceGivesWay) {
+    const Installation installation;
+    Server server(installation, {.maxClients = "1"});
+    Connection holder(server.port());
+    holder.send("<");
+    EXPECT_EQ(ask(server.port(), "no request").code, 4000);
+    EXPECT_EQ(holder.receive(), "");
+    EXPECT_EQ(server.stop(), 0);
+    EXPECT_THAT(installation.log(),
+                testing::HasSubstr("Connection 1 gives way to a client that waits, after a silence of "));
 }
 
 TEST(ServingTest, ExamplesForNewcomersWork) {

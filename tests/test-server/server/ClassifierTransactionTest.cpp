@@ -17,8 +17,9 @@ const std::string NAME = "root/a.dat";
 
 class ClassifierTransactionTest : public testing::Test, public support::ClassifierTable {
 protected:
-    // Runs a sequence of steps, separated by blanks: create, remove, commit, or the name of a class to add.
-    // Ends at the first failure, whose text it gives.
+    // Runs a sequence of steps, separated by blanks: create, remove, commit, or the name of a class to add;
+    // or what goes wrong from then on: full, stuck (no file goes), short (memory is). Ends at the first
+    // failure, whose text it gives.
     std::string run(const std::string& steps) {
         ClassifierTransactionImpl transaction(table, NAME);
         std::istringstream in(steps);
@@ -30,6 +31,10 @@ protected:
                     transaction.remove();
                 } else if (step == "commit") {
                     transaction.commit();
+                } else if (step == "full" || step == "stuck") {
+                    (step == "full" ? files.failingSave : files.failingRemove) = 1;
+                } else if (step == "short") {
+                    files.outOfMemory = true;
                 } else {
                     transaction.get().addClass(step);
                 }
@@ -43,6 +48,7 @@ protected:
     }
 
     void begin(const std::string& state) {
+        files.outOfMemory = false;
         ASSERT_EQ(run("remove commit"), "ok");
         if (state == "[a]") {
             ASSERT_EQ(run("create a commit"), "ok");
@@ -78,79 +84,51 @@ TEST_F(ClassifierTransactionTest, SequenceHappensAsAWholeOrNotAtAll) {
     const std::string classExists =
         "Trying to add an already existing class with the name 'x'. Use classExists to find out if a class "
         "already is added.";
-    struct Case {
-        const char* before;
-        const char* steps;
+    const struct {
+        std::string before;
+        std::string steps;
         std::string answer;
-        const char* after;
-    };
-    const Case cases[] = {
+        std::string after;
+    } rows[] = {
         {"none", "commit", "ok", "none"},
         {"none", "create x y commit", "ok", "[xy]"},
         {"none", "create x", "ok", "none"},
         {"none", "create x x commit", classExists, "none"},
         {"none", "create create commit", inMemory, "none"},
         {"none", "create x remove commit", "ok", "none"},
-        {"none", "create remove", "ok", "none"},
         {"none", "create remove x commit", marked, "none"},
         {"none", "create remove create commit", inMemory, "none"},
         {"none", "x commit", notFound, "none"},
-        {"none", "remove remove commit", "ok", "none"},
         {"none", "remove create x commit", "ok", "[x]"},
+        {"none", "create x full commit", "The disk is full.", "none"},
+        {"none", "create x full short commit", "bad_alloc", "none"},
+        {"none", "create x remove stuck commit", "The disk is read-only.", "none"},
         {"[a]", "x commit", "ok", "[ax]"},
         {"[a]", "x", "ok", "[a]"},
-        {"[a]", "x x commit", classExists, "[a]"},
-        {"[a]", "create commit", inMemory, "[a]"},
         {"[a]", "x create commit", inMemory, "[a]"},
         {"[a]", "remove", "ok", "[a]"},
         {"[a]", "x remove commit", "ok", "none"},
-        {"[a]", "remove x commit", marked, "[a]"},
         {"[a]", "x remove x commit", marked, "[a]"},
         {"[a]", "x remove create commit", inMemory, "[a]"},
+        {"[a]", "x full commit", "The disk is full.", "[a]"},
+        {"[a]", "x full short commit", "bad_alloc", "[a]"},
+        {"[a]", "x remove stuck commit", "The disk is read-only.", "[a]"},
+        {"[a]", "x remove stuck short commit", "bad_alloc", "[a]"},
     };
-    for (const Case& each : cases) {
-        SCOPED_TRACE(std::string(each.before) + " " + each.steps);
-        begin(each.before);
-        EXPECT_EQ(run(each.steps), each.answer);
-        EXPECT_EQ(state(), each.after);
-    }
-}
-
-TEST_F(ClassifierTransactionTest, FailingDiskOrMemoryLeavesTheOldState) {
-    struct Case {
-        const char* before;
-        const char* steps;
-    };
-    const Case cases[] = {{"none", "create x commit"},
-                          {"none", "create x remove commit"},
-                          {"[a]", "x commit"},
-                          {"[a]", "remove commit"},
-                          {"[a]", "x remove commit"}};
-    for (const Case& each : cases) {
-        for (const bool outOfMemory : {false, true}) {
-            SCOPED_TRACE(std::string(each.before) + " " + each.steps);
-            begin(each.before);
-            const bool removes = std::string(each.steps).find("remove") != std::string::npos;
-            (removes ? files.failingRemove : files.failingSave) = 1;
-            files.outOfMemory = outOfMemory;
-            EXPECT_EQ(run(each.steps), outOfMemory ? "bad_alloc"
-                                       : removes   ? "The disk is read-only."
-                                                   : "The disk is full.");
-            EXPECT_EQ(state(), each.before);
-        }
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.before + " " + row.steps);
+        begin(row.before);
+        EXPECT_EQ(run(row.steps), row.answer);
+        EXPECT_EQ(state(), row.after);
     }
 }
 
 TEST_F(ClassifierTransactionTest, FileOfAFailedCreationGoes) {
     files.failedSaveStays = true;
-    files.failingSave = 1;
-    EXPECT_EQ(run("create x commit"), "The disk is full.");
+    EXPECT_EQ(run("create x full commit"), "The disk is full.");
     EXPECT_EQ(state(), "none");
-
     // The file that can't be removed either is what the name stands for then.
-    files.failingSave = 1;
-    files.failingRemove = 1;
-    EXPECT_EQ(run("create x commit"), "The disk is full.");
+    EXPECT_EQ(run("create x full stuck commit"), "The disk is full.");
     EXPECT_TRUE(log.has(logLevel::error,
                         "Could not remove the file of a classifier whose creation was rolled back '" + NAME +
                             "'. The disk is read-only."));

@@ -2,56 +2,48 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
-#include "exceptions/IllegalArgumentException.h"
+#include "support/Failure.h"
 
 namespace halvern::morvane {
 namespace {
 
 TEST(CommandLineTest, TheFirstModeFlagDecidesAndOnlyItsFlagsAreAllowed) {
-    struct Case {
-        std::vector<const char*> words;
+    const struct {
+        const char* line;
         Mode mode;
-        std::string failure;
-    };
-    const Case cases[] = {
-        {{"-quiet", "-config", "c.xml"}, Mode::SERVE, ""},
-        {{"-quiet"}, Mode::SERVE, "The non optional flag -config was not found."},
-        {{"-config"}, Mode::SERVE, "Not enough arguments for the flag -config. 1 is required."},
-        {{"-config", "a", "b"},
-         Mode::SERVE,
+        const char* failure;
+    } rows[] = {
+        {"-quiet -config c.xml", Mode::SERVE, "no failure"},
+        {"-quiet", Mode::SERVE, "The non optional flag -config was not found."},
+        {"-config", Mode::SERVE, "Not enough arguments for the flag -config. 1 is required."},
+        {"-config a b", Mode::SERVE,
          "Too many arguments for the flag -config. No more than 1 arguments allowed"},
-        {{"-config", "a", "-quiet", "b"}, Mode::SERVE, "No arguments for the flag -quiet are allowed"},
-        {{"-install", "-config", "c.xml", "-quiet"}, Mode::INSTALL, ""},
-        {{"-install"}, Mode::INSTALL, "The non optional flag -config was not found."},
-        {{"-uninstall"}, Mode::UNINSTALL, ""},
-        {{"-start", "-config", "c.xml"}, Mode::START, "The flag -config is not allowed"},
-        {{"-stop", "now"}, Mode::STOP, "No arguments for the flag -stop are allowed"},
-        {{"-test", "-config", "c.xml"}, Mode::TEST, ""},
-        {{"-test", "-install", "-config", "c.xml"}, Mode::INSTALL, "The flag -test is not allowed"},
-        {{"-stop", "-start"}, Mode::START, "The flag -stop is not allowed"},
-        {{"-config", "c.xml", "-install", "-scm"},
-         Mode::SERVE_AS_SERVICE,
-         "The flag -install is not allowed"},
+        {"-install -config c.xml -quiet", Mode::INSTALL, "no failure"},
+        {"-uninstall", Mode::UNINSTALL, "no failure"},
+        {"-start -config c.xml", Mode::START, "The flag -config is not allowed"},
+        {"-stop now", Mode::STOP, "No arguments for the flag -stop are allowed"},
+        {"-test -config c.xml", Mode::TEST, "no failure"},
+        {"-test -install -config c.xml", Mode::INSTALL, "The flag -test is not allowed"},
+        {"-stop -start", Mode::START, "The flag -stop is not allowed"},
+        {"-config c.xml -install -scm", Mode::SERVE_AS_SERVICE, "The flag -install is not allowed"},
     };
-    for (const Case& each : cases) {
-        std::string line;
-        for (const char* word : each.words) {
-            line += std::string(word) + " ";
+    for (const auto& row : rows) {
+        std::istringstream in(row.line);
+        const std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
+        std::vector<const char*> argv;
+        for (const std::string& word : words) {
+            argv.push_back(word.c_str());
         }
-        const auto count = static_cast<std::uint32_t>(each.words.size());
-        EXPECT_EQ(modeOf(static_cast<int>(count), each.words.data()), each.mode) << line;
+        const auto count = static_cast<std::uint32_t>(argv.size());
+        EXPECT_EQ(modeOf(static_cast<int>(count), argv.data()), row.mode) << row.line;
         util::parser::ArgumentParser parser;
-        declareFlags(each.mode, parser);
-        std::string failure;
-        try {
-            parser.parse(count, each.words.data());
-        } catch (const exceptions::Exception& e) {
-            failure = e.what();
-        }
-        EXPECT_EQ(failure, each.failure) << line;
+        declareFlags(row.mode, parser);
+        EXPECT_EQ(support::failureOf([&] { parser.parse(count, argv.data()); }), row.failure) << row.line;
     }
 }
 

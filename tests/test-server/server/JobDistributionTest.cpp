@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "classifier/ClassifierException.h"
 #include "server/BadRequestException.h"
 #include "server/ClassifierTransaction.h"
 #include "support/ClassifierTable.h"
@@ -29,30 +28,6 @@ protected:
         return files.loads() == before;
     }
 };
-
-TEST_F(JobDistributionTest, ExistingMeansInMemoryOrOnDisk) {
-    EXPECT_EQ(failureOf<ClassifierNotFoundException>([&] { table.get("root/a.dat"); }),
-              "The requested classifier could not be found. 'root/a.dat'.");
-    EXPECT_EQ(table.getSize("root/a.dat"), 0u);
-    table.remove("root/a.dat", nullptr);
-
-    const HeldClassifier held = table.create("root/a.dat", nullptr);
-    EXPECT_EQ(table.get("root/a.dat"), held.classifier);
-    EXPECT_EQ(
-        failureOf<ClassifierExistsException>([&] { table.create("root/A.DAT", held.classifier.get()); }),
-        "Trying to create a classifier that already exists (in memory) 'root/A.DAT'.");
-    EXPECT_TRUE(files.names().empty());
-
-    files.put("root/b.dat", "");
-    for (int round = 0; round < 2; ++round) {
-        EXPECT_EQ(failureOf<ClassifierExistsException>([&] { table.create("root/b.dat", nullptr); }),
-                  "Trying to create a classifier that already exists (on disk) 'root/b.dat'.");
-        EXPECT_EQ(failureOf<classifier::ClassifierException>([&] { table.get("root/b.dat"); }),
-                  "Trying to load classifier with empty training data.");
-    }
-    table.remove("root/b.dat", nullptr);
-    EXPECT_TRUE(files.names().empty());
-}
 
 TEST_F(JobDistributionTest, LastComponentIsFoldedAndNothingOutsideOfTheRootIsTouched) {
     {
@@ -120,33 +95,6 @@ TEST_F(JobDistributionTest, LoadUnderPressureEvictsWhatNobodyHoldsOldestFirst) {
     writing.commit();
     EXPECT_TRUE(isInMemory("root/a.dat"));
     EXPECT_EQ(classesOf(table.get("root/a.dat")->getClassifier()), std::vector<std::string>{"x"});
-}
-
-TEST_F(JobDistributionTest, FailuresOfTheDiskEnterNothingAndTakeNothingAway) {
-    store({"root/a.dat"});
-    files.failingLoad = 1;
-    EXPECT_EQ(failureOf<io::IOException>([&] { table.get("root/a.dat"); }), "The disk can't be read.");
-    files.failingLoad = 1;
-    files.outOfMemory = true;
-    EXPECT_THROW(table.get("root/a.dat"), std::bad_alloc);
-    EXPECT_FALSE(isInMemory("root/a.dat"));
-
-    const auto loaded = table.get("root/a.dat");
-    files.outOfMemory = false;
-    files.failingRemove = 1;
-    EXPECT_THROW(table.remove("root/a.dat", nullptr), io::filesystem::RemoveFileException);
-    EXPECT_EQ(table.get("root/a.dat"), loaded);
-    EXPECT_FALSE(loaded->isRemoved());
-
-    // What has only been created goes from memory in any case.
-    for (const bool outOfMemory : {false, true}) {
-        const HeldClassifier created = table.create("root/b.dat", nullptr);
-        files.failingRemove = 1;
-        files.outOfMemory = outOfMemory;
-        table.discard("root/b.dat", *created.classifier);
-        EXPECT_TRUE(created.classifier->isRemoved());
-        EXPECT_THROW(table.get("root/b.dat"), ClassifierNotFoundException);
-    }
 }
 
 }  // namespace

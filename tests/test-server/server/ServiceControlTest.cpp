@@ -8,7 +8,8 @@
 #include <filesystem>
 #include <map>
 
-#include "support/TempDir.h"
+#include "support/Failure.h"
+#include "system/Program.h"
 #include "windows/com/xml/Library.h"
 #include "windows/services/ServiceAccount.h"
 
@@ -23,49 +24,34 @@ public:
     using WithMessage::WithMessage;
 };
 
-// A manager of services that live in a list.
-struct FakeManager {
-    std::vector<std::string> installed;
+// A manager that knows one service, which it also is.
+struct FakeManager : SCManager, Service {
+    explicit FakeManager(FakeManager* one = nullptr) : one(one == nullptr ? this : one) {}
+    void close() override {}
+    std::unique_ptr<Service> openService(const std::string& name) const override {
+        if (one->refuses) {
+            throw RefusedException("refused");
+        }
+        if (name != one->installed) {
+            throw ServiceDoesNotExistsException("none");
+        }
+        return std::make_unique<FakeManager>(one);
+    }
+    std::unique_ptr<Service> createService(const ServiceDefinition& definition) const override {
+        one->definition = definition;
+        one->doings.push_back("create");
+        return std::make_unique<FakeManager>(one);
+    }
+    void start() override { one->doings.push_back("start"); }
+    void stop() override { one->doings.push_back("stop"); }
+    void setDescription(const char* text) override { one->doings.push_back(text); }
+    void remove() override { one->doings.push_back("remove"); }
+
+    FakeManager* const one;
+    std::string installed;
     std::vector<std::string> doings;
     ServiceDefinition definition;
     bool refuses = false;
-};
-
-class FakeService final : public Service {
-public:
-    explicit FakeService(FakeManager& manager) : _manager(manager) {}
-    void close() override {}
-    void start() override { _manager.doings.push_back("start"); }
-    void stop() override { _manager.doings.push_back("stop"); }
-    void setDescription(const char* text) override { _manager.doings.push_back(text); }
-    void remove() override { _manager.doings.push_back("remove"); }
-
-private:
-    FakeManager& _manager;
-};
-
-class FakeSCManager final : public SCManager {
-public:
-    explicit FakeSCManager(FakeManager& manager) : _manager(manager) {}
-    void close() override {}
-    std::unique_ptr<Service> openService(const std::string& name) const override {
-        if (_manager.refuses) {
-            throw RefusedException("refused");
-        }
-        if (std::find(_manager.installed.begin(), _manager.installed.end(), name) ==
-            _manager.installed.end()) {
-            throw ServiceDoesNotExistsException("none");
-        }
-        return std::make_unique<FakeService>(_manager);
-    }
-    std::unique_ptr<Service> createService(const ServiceDefinition& definition) const override {
-        _manager.definition = definition;
-        _manager.doings.push_back("create");
-        return std::make_unique<FakeService>(_manager);
-    }
-
-private:
-    FakeManager& _manager;
 };
 
 // In a current directory of its own, as the program stands in its folder.
@@ -74,16 +60,10 @@ protected:
     ServiceControlTest() { std::filesystem::current_path(_folder.path()); }
     ~ServiceControlTest() override { std::filesystem::current_path(_before); }
 
-    std::unique_ptr<SCManager> create() const override { return std::make_unique<FakeSCManager>(_manager); }
+    std::unique_ptr<SCManager> create() const override { return std::make_unique<FakeManager>(&_manager); }
 
     void install(const std::string& name, const std::string& root = "", const std::string& port = "9400") {
-        support::writeFile("a b.xml",
-                           "<morvane xmlns=\"http://morvane.example/1/config/ConfigSchema\"><port>" + port +
-                               "</port><maxInput>1</maxInput><maxClients>1</maxClients>"
-                               "<clientQueueSize>1</clientQueueSize><classifierRootPath>" +
-                               root +
-                               "</classifierRootPath><logLevel>test</logLevel><logMemory>0</logMemory>"
-                               "<saveRequests>0</saveRequests></morvane>");
+        support::writeFile("a b.xml", systemtest::configuration({.port = port, .classifierRootPath = root}));
         installService(name, "a b.xml", ConfigurationReader(MORVANE_SCHEMAS "/config/ConfigSchema.xsd"),
                        windows::file::CreateFolderImpl(), *this);
     }
@@ -156,18 +136,18 @@ TEST_F(ServiceControlTest, RunsTheServiceAsTheOwnerOfTheClassifiers) {
 }
 
 TEST_F(ServiceControlTest, AsksFirstWhetherTheServiceIsThere) {
-    _manager.installed = {"Old Server"};
-    struct Row {
-        std::function<void(const std::string& name)> operation;
-        std::string name;
-        std::string complaint;
-        std::vector<std::string> doings;
-    };
+    _manager.installed = "Old Server";
+    const std::string done = "no failure";
     const std::string missing = "The service with the name 'New Server' is not installed.";
     const auto uninstall = [this](const std::string& name) { uninstallService(name, *this); };
     const auto start = [this](const std::string& name) { startService(name, *this); };
     const auto stop = [this](const std::string& name) { stopService(name, *this); };
-    const Row rows[] = {
+    const struct {
+        std::function<void(const std::string& name)> operation;
+        std::string name;
+        std::string complaint;
+        std::vector<std::string> doings;
+    } rows[] = {
         {[this](const std::string& name) { install(name); },
          "Old Server",
          "The service with the name 'Old Server' is already installed.",
@@ -175,19 +155,13 @@ TEST_F(ServiceControlTest, AsksFirstWhetherTheServiceIsThere) {
         {uninstall, "New Server", missing, {}},
         {start, "New Server", missing, {}},
         {stop, "New Server", missing, {}},
-        {uninstall, "Old Server", "", {"remove"}},
-        {start, "Old Server", "", {"start"}},
-        {stop, "Old Server", "", {"stop"}},
+        {uninstall, "Old Server", done, {"remove"}},
+        {start, "Old Server", done, {"start"}},
+        {stop, "Old Server", done, {"stop"}},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         _manager.doings.clear();
-        std::string complaint;
-        try {
-            row.operation(row.name);
-        } catch (const ServiceException& e) {
-            complaint = e.what();
-        }
-        EXPECT_EQ(complaint, row.complaint);
+        EXPECT_EQ(support::failureOf<ServiceException>([&] { row.operation(row.name); }), row.complaint);
         EXPECT_EQ(_manager.doings, row.doings) << row.complaint;
         // Not being able to tell is no answer.
         _manager.refuses = true;

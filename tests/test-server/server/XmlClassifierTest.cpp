@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <map>
 #include <new>
 #include <optional>
 
@@ -27,34 +28,21 @@ using testing::Not;
 using testing::StartsWith;
 
 // Keeps what its hooks see, and runs out of memory when told to.
-struct RecordingHooks final : public XmlHookFactory {
-    struct Hook final : public XmlHook {
-        explicit Hook(const RecordingHooks& owner) : hooks(owner) {}
-        void save(const std::string& request) override {
-            hooks.requests.push_back(request);
-            if (hooks.outOfMemory) {
-                throw std::bad_alloc();
-            }
+struct RecordingHooks final : public XmlHookFactory, public XmlHook {
+    explicit RecordingHooks(RecordingHooks* all = nullptr) : all(all) {}
+    std::unique_ptr<XmlHook> create() const override {
+        return std::make_unique<RecordingHooks>(const_cast<RecordingHooks*>(this));
+    }
+    void save(const std::string& request) override {
+        all->requests.push_back(request);
+        if (all->outOfMemory) {
+            throw std::bad_alloc();
         }
-        const RecordingHooks& hooks;
-    };
-    std::unique_ptr<XmlHook> create() const override { return std::make_unique<Hook>(*this); }
-
-    mutable std::vector<std::string> requests;
+    }
+    RecordingHooks* const all;
+    std::vector<std::string> requests;
     bool outOfMemory = false;
 };
-
-// Lets everything through, so that what stands behind the real schema shows.
-windows::com::xml::SchemaCache laxSchema(const std::string& ns) {
-    windows::com::xml::Document document;
-    document.loadXml("<xs:schema xmlns:xs='http://www.w3.org/2001/XMLSchema' targetNamespace='" + ns +
-                     "'><xs:element name='morvane'><xs:complexType><xs:sequence>"
-                     "<xs:any processContents='skip' minOccurs='0' maxOccurs='unbounded'/></xs:sequence>"
-                     "<xs:anyAttribute processContents='skip'/></xs:complexType></xs:element></xs:schema>");
-    windows::com::xml::SchemaCache cache;
-    cache.add(document, ns);
-    return cache;
-}
 
 class XmlClassifierTest : public testing::Test, public support::ClassifierTable {
 protected:
@@ -72,17 +60,12 @@ protected:
     // The answer to these bytes, which the response schema must admit.
     std::string answerTo(const std::string& bytes) {
         std::string out = "left from before";
-        EXPECT_EQ(&_judging->handle(out, bytes), &out);
+        EXPECT_EQ(&_classifier->handle(out, bytes), &out);
         EXPECT_EQ(_responseSchema.problemOf(out), "") << out;
         return out;
     }
     std::string ask(const std::string& content, const std::string& version = "1.01") {
         return answerTo(request(content, version));
-    }
-    // The answer to a request that no schema has looked at.
-    std::string askUnjudged(const std::string& content, const std::string& version = "1.01") {
-        std::string out;
-        return _unjudging->handle(out, request(content, version));
     }
     void prepare(const std::string& calls) { ASSERT_THAT(ask(writes(calls)), HasSubstr("\"2000\"")); }
     // Removes the classifier "a", and makes it anew if there are calls for that.
@@ -142,22 +125,19 @@ protected:
 
     const support::LoadedSchema _requestSchema{MORVANE_SCHEMAS "/server/RequestSchema.xsd"};
     const support::LoadedSchema _responseSchema{MORVANE_SCHEMAS "/server/ResponseSchema.xsd"};
-    const windows::com::xml::SchemaCache _laxSchema = laxSchema(_requestSchema.targetNamespace());
     const XmlResponseFactoryImpl _responses{_responseSchema.targetNamespace()};
     const XmlErrorResponseFactoryImpl _errors{_responseSchema.targetNamespace(), _responseSchema.version()};
     RecordingHooks _hooks;
 
-    std::unique_ptr<StringClassifier> make(const windows::com::xml::SchemaCache& cache,
-                                           JobDistribution& jobDistribution) {
-        return XmlClassifierFactoryImpl(jobDistribution, _responses, _errors, _hooks, cache,
+    std::unique_ptr<StringClassifier> make(JobDistribution& jobDistribution) {
+        return XmlClassifierFactoryImpl(jobDistribution, _responses, _errors, _hooks, _requestSchema.cache(),
                                         _requestSchema.targetNamespace(), "root", log)
             .create();
     }
 
 private:
     // One object answers all requests of a test, whatever became of those before.
-    const std::unique_ptr<StringClassifier> _judging = make(_requestSchema.cache(), table);
-    const std::unique_ptr<StringClassifier> _unjudging = make(_laxSchema, table);
+    const std::unique_ptr<StringClassifier> _classifier = make(table);
 };
 
 const std::string FILLED =
@@ -206,28 +186,26 @@ TEST_F(XmlClassifierTest, AnswersAreTheseBytes) {
 }
 
 TEST_F(XmlClassifierTest, KeywordsSpeakForAClassMoreThanChanceDoes) {
-    std::string words;
-    for (char letter = 'a'; letter <= 'z'; ++letter) {
-        words += std::string("1") + letter + " 2" + letter + " ";
+    std::string texts = "<texts><text id='x'>xx</text><text id='w'>";
+    for (int i = 100; i < 140; ++i) {
+        texts += std::to_string(i) + " ";
     }
-    const std::string texts = "<texts><text id='x'>xx</text><text id='w'>" + words + "</text></texts>";
-    const struct {
-        const char* calls;
-        const char* asked;
-        std::size_t keywords;
-    } rows[] = {
-        {"<create id='0'/><addClass id='1' className='a'/><train id='2' className='a' textId='x'/>", "x", 1},
-        // Two classes: half of a word's weight is not above 0.6. Three: 0.4881 is above 0.45.
-        {"<addClass id='1' className='b'/><train id='2' className='b' textId='x'/>", "x", 0},
-        {"<addClass id='1' className='c'/><train id='2' className='a' textId='x'/>", "x", 1},
-        {"<train id='2' className='c' textId='w'/>", "w", 30},
-    };
-    for (const auto& row : rows) {
-        ask(texts + "<writeCalls classifierName='a'>" + row.calls + "</writeCalls>");
+    texts += "</text></texts>";
+    const auto keywordsAfter = [&](const std::string& calls, const std::string& asked) {
+        ask(texts + "<writeCalls classifierName='a'>" + calls + "</writeCalls>");
         std::string answer = ask(texts + "<readCalls><classifyKeywords id='1' classifierName='a' textId='" +
-                                 row.asked + "'/></readCalls>");
-        EXPECT_EQ(util::StringHelper::replaceAll(answer, "<keyword ", ""), row.keywords) << answer;
-    }
+                                 asked + "'/></readCalls>");
+        return util::StringHelper::replaceAll(answer, "<keyword ", "");
+    };
+    // Two classes: half of a word's weight is not above 0.6. Three: 0.4881 is above 0.45.
+    EXPECT_EQ(
+        keywordsAfter("<create id='0'/><addClass id='1' className='a'/><addClass id='2' className='b'/>"
+                      "<train id='3' className='a' textId='x'/><train id='4' className='b' textId='x'/>",
+                      "x"),
+        0u);
+    const std::string third = "<addClass id='1' className='c'/><train id='2' className='a' textId='x'/>";
+    EXPECT_EQ(keywordsAfter(third, "x"), 1u);
+    EXPECT_EQ(keywordsAfter("<train id='2' className='c' textId='w'/>", "w"), 30u);
 }
 
 TEST_F(XmlClassifierTest, FailedCallSaysWhyAndTakesAllBack) {
@@ -241,16 +219,9 @@ TEST_F(XmlClassifierTest, FailedCallSaysWhyAndTakesAllBack) {
     } rows[] = {
         {"", writes("<train id='1' className='x' textId='hej'/>"),
          writeFailure("train", 4000, "The requested classifier could not be found. 'root/a.dat'.")},
-        {"", writes("<create id='0'/><addClass id='2' className='x'/><addClass id='1' className='x'/>"),
-         writeFailure("addClass", 4000,
-                      "Trying to add an already existing class with the name 'x'. Use classExists to find "
-                      "out if a class already is added.")},
         {FILLED, writes("<remove id='0'/><create id='1'/>"),
          writeFailure("create", 4000,
                       "Trying to create a classifier that already exists (in memory) 'root/a.dat'.")},
-        {FILLED, writes("<remove id='0'/><addClass id='1' className='x'/>"),
-         writeFailure("addClass", 4000,
-                      "Trying to get a classifier that has been marked for deletion 'root/a.dat'.")},
         {FILLED,
          writes("<train id='0' className='eng' textId='hej'/><train id='1' className='' textId='hej'/>"),
          writeFailure("train", 4000,
@@ -261,10 +232,11 @@ TEST_F(XmlClassifierTest, FailedCallSaysWhyAndTakesAllBack) {
         // A failed read keeps the writes from running; what the same request makes is none yet.
         {FILLED, reads(sound + "<getInformation id='1' classifierName='B'/>") + create,
          readFailure("getInformation", 4000, noneAtB)},
-        {FILLED, create + "<readCalls>" + sound + "<getInformation id='1' classifierName='B'/></readCalls>",
-         readFailure("getInformation", 4000, noneAtB)},
-        {FILLED, reads("<classify id='1' classifierName='B' textId='hej'/>") + create,
-         readFailure("classify", 4000, noneAtB)},
+        {FILLED,
+         reads("<x:classify xmlns:x='" + _requestSchema.targetNamespace() +
+               "' id='1' classifierName='a' textId='hej'/>"),
+         readFailure("x:classify", 4000,
+                     "The method x:classify is not supported in the readCalls sequence.")},
         {FILLED, reads("<classifyKeywords id='1' classifierName='c' textId='hej'/>") + create,
          readFailure("classifyKeywords", 4000,
                      "Trying to classify a text before any classes have been added!")},
@@ -284,16 +256,16 @@ TEST_F(XmlClassifierTest, FailedCallSaysWhyAndTakesAllBack) {
     EXPECT_TRUE(log.entries().empty());
 }
 
-// The answer, and the files "a" and "b" behind it.
-struct Outcome {
-    std::string answer;
-    std::vector<util::Bytes> stored;
-    bool operator==(const Outcome&) const = default;
-};
-
 TEST_F(XmlClassifierTest, RequestThatMemoryEndsInIsLostWholeWhereverThatIs) {
     prepare(FILLED);
     const util::Bytes filled = files.load("root/a.dat");
+    const auto stored = [&] {
+        std::map<std::string, util::Bytes> all;
+        for (const std::string& name : files.names()) {
+            all[name] = files.load(name);
+        }
+        return all;
+    };
     const std::string rows[] = {
         reads("<classify id='1' classifierName='a' textId='hej'/><classifyKeywords id='2' classifierName='a' "
               "textId='hej du'/><getInformation id='3' classifierName='a'/>"),
@@ -303,7 +275,8 @@ TEST_F(XmlClassifierTest, RequestThatMemoryEndsInIsLostWholeWhereverThatIs) {
         writes("<remove id='1'/>"),
     };
     for (const std::string& row : rows) {
-        std::optional<Outcome> expected;  // that of a request which memory suffices for
+        using Outcome = std::pair<std::string, std::map<std::string, util::Bytes>>;
+        std::optional<Outcome> expected;  // answer and files: that of a request which memory suffices for
         for (const bool forGood : {false, true}) {
             int lost = 0;
             bool suffices = false;
@@ -314,33 +287,26 @@ TEST_F(XmlClassifierTest, RequestThatMemoryEndsInIsLostWholeWhereverThatIs) {
                 // Nothing is in memory yet, so a classifier has to be loaded first.
                 JobDistributionImpl fresh(factory, memory, files, files, files, files, files, callbackFactory,
                                           "root", log);
-                const auto stored = [&] {
-                    std::vector<util::Bytes> all;
-                    for (const char* name : {"root/a.dat", "root/b.dat"}) {
-                        all.push_back(files.exists(name) ? files.load(name) : util::Bytes());
-                    }
-                    return all;
-                };
                 const auto before = stored();
                 Outcome outcome;
                 {
                     const support::FailingAllocation shortage(k, forGood);
                     try {
-                        make(_requestSchema.cache(), fresh)->handle(outcome.answer, request(row));
+                        make(fresh)->handle(outcome.first, request(row));
                     } catch (const std::bad_alloc&) {
                         ++lost;
-                        outcome.answer.clear();
+                        outcome.first.clear();
                     }
                     suffices = k != INT64_MAX && !support::FailingAllocation::hasFailed();
                 }
-                if (outcome.answer.empty()) {
+                if (outcome.first.empty()) {
                     ASSERT_EQ(stored(), before);
                     // Nor has anything stayed behind in memory: the same runs as if for the first time.
-                    make(_requestSchema.cache(), fresh)->handle(outcome.answer, request(row));
+                    make(fresh)->handle(outcome.first, request(row));
                 }
-                outcome.stored = stored();
+                outcome.second = stored();
                 if (!expected) {
-                    EXPECT_THAT(outcome.answer, HasSubstr("\"2000\""));
+                    EXPECT_THAT(outcome.first, HasSubstr("\"2000\""));
                     expected = outcome;
                 }
                 ASSERT_EQ(outcome, *expected);
@@ -363,7 +329,6 @@ TEST_F(XmlClassifierTest, SizeLimitLooksAtTheFileBeforeEachTrain) {
         // The file of before is what counts, not what the sequence has added.
         {std::to_string(size + 1), success(runs)},
         {"0", success(runs)},
-        {"-2147483648", success(runs)},
         {"2147483648",
          failure(5000, number + "Error converting [2147483648] to a number. The number is too large.")},
         {"x", failure(5000, number + "Error parsing the string [x] to a number")},
@@ -377,53 +342,33 @@ TEST_F(XmlClassifierTest, SizeLimitLooksAtTheFileBeforeEachTrain) {
         EXPECT_EQ(state(), answer == success(runs) ? "[eng:1/1 swe:3/3 x:3/3 ]" : FILLED_STATE) << maxSize;
     }
     // Nothing but training is limited.
-    EXPECT_THAT(ask(writes("<untrain id='0' className='swe' textId='hej'/><addClass id='2' className='x'/>"
-                           "<removeClass id='3' className='eng'/>",
-                           " maxSize='1'")),
-                HasSubstr("\"2000\""));
-    EXPECT_EQ(state(), "[swe:2/2 x:0/0 ]");
+    EXPECT_THAT(
+        ask(writes("<untrain id='0' className='swe' textId='hej'/><removeClass id='3' className='eng'/>",
+                   " maxSize='1'")),
+        HasSubstr("\"2000\""));
 }
 
 TEST_F(XmlClassifierTest, FailureOfDiskOrMemoryIsTheServersOwn) {
     prepare(FILLED);
     files.put("root/b.dat", "x");
-    const std::string query = "An error occurred when executing a classifier query.\n\n";
     const std::string load = reads("<getInformation id='1' classifierName='b'/>");
-    const struct {
-        int& countdown;
-        std::string content;
-        std::string answer;
-        std::string line;
-    } rows[] = {
-        {files.failingLoad, load, readFailure("getInformation", 5000, "The disk can't be read."),
-         "Caught an exception while iterating calls. Method: getInformation. The disk can't be read."},
-        {files.failingSave, writes("<train id='1' className='eng' textId='hej'/>"),
-         failure(5000, query + "The disk is full."), query + "The disk is full."},
-        {files.failingRemove, writes("<remove id='1'/>"), failure(5000, query + "The disk is read-only."),
-         query + "The disk is read-only."},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.content);
-        row.countdown = 1;
-        EXPECT_EQ(ask(row.content), row.answer);
-        EXPECT_TRUE(log.has(logLevel::error, row.line));
-        EXPECT_EQ(state(), FILLED_STATE);
-        row.countdown = 1;
-        files.outOfMemory = true;
-        EXPECT_THROW(ask(row.content), std::bad_alloc);
-        files.outOfMemory = false;
-        EXPECT_EQ(log.entries().back().level, logLevel::error);
-        EXPECT_EQ(log.entries().back().text,
-                  "A std exception occured when trying to read xml parameters, exception type: "
-                  "std::bad_alloc");
-        EXPECT_EQ(state(), FILLED_STATE);
-    }
-    EXPECT_EQ(log.entries().size(), 6u);
+    files.failingLoad = 1;
+    EXPECT_EQ(ask(load), readFailure("getInformation", 5000, "The disk can't be read."));
+    EXPECT_TRUE(log.has(logLevel::error,
+                        "Caught an exception while iterating calls. Method: getInformation. "
+                        "The disk can't be read."));
     EXPECT_THAT(ask(load),
                 StartsWith(head() + "\t<status success=\"false\" statusCode=\"4000\">The data that "
                                     "the Classifier is being set with seems to be corrupt. "));
+    const std::string words = "An error occurred when executing a classifier query.\n\nThe disk is full.";
+    files.failingSave = 1;
+    EXPECT_EQ(ask(writes("<train id='1' className='eng' textId='hej'/>")), failure(5000, words));
+    EXPECT_TRUE(log.has(logLevel::error, words));
+    EXPECT_EQ(log.entries().size(), 2u);
     _hooks.outOfMemory = true;
     EXPECT_THROW(ask(writes("<remove id='1'/>")), std::bad_alloc);
+    EXPECT_EQ(log.entries().back().text,
+              "A std exception occured when trying to read xml parameters, exception type: std::bad_alloc");
     EXPECT_EQ(state(), FILLED_STATE);
 }
 
@@ -441,15 +386,11 @@ TEST_F(XmlClassifierTest, RequestThatIsNotOneIsRefusedUnrun) {
         const std::string& start;
         const char* part;
     } rows[] = {
-        {"", unread, ""},
         {sound.substr(0, sound.size() - 1), unread, ""},
         {sound.substr(0, 60) + std::string("\0", 1) + sound.substr(60), unread, ""},
         {"<!DOCTYPE morvane>" + sound.substr(41), unread, "A document type declaration is not allowed."},
-        {"<morvane/>", invalid, ""},
         {request(create, "2.00"), invalid, "version"},
         {request(writes("<create id='1'/><train id='2' className='x' textId='HEJ'/>")), invalid, "HEJ"},
-        {request("<writeCalls classifierName='../a'><create id='1'/></writeCalls>"), invalid,
-         "classifierName"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.bytes);
@@ -473,126 +414,43 @@ TEST_F(XmlClassifierTest, RequestThatIsNotOneIsRefusedUnrun) {
 TEST_F(XmlClassifierTest, BytesGoThroughUnchanged) {
     const std::string name = "r\xC3\xA4ksm\xC3\xB6rg\xC3\xA5s";
     // A byte order mark, an encoding that isn't so, and what stands behind the end of the request.
-    const std::string bytes = "\xEF\xBB\xBF" +
-                              request("<texts><text id='\xE2\x82\xAC'>" + name + "</text></texts>" +
-                                      "<writeCalls classifierName='" + name + "'><create id='1'/>" +
-                                      "<addClass id='2' className='" + name + "'/><train id='3' className='" +
-                                      name + "' textId='\xE2\x82\xAC'/></writeCalls>") +
-                              std::string("\0<not read", 10);
+    const std::string bytes =
+        "\xEF\xBB\xBF" +
+        request("<texts><text id='\xE2\x82\xAC'>" + name + "</text></texts><writeCalls classifierName='" +
+                name + "'><create id='1'/><addClass id='2' className='" + name +
+                "'/><train id='3' className='" + name + "' textId='\xE2\x82\xAC'/></writeCalls>") +
+        std::string("\0<not read", 10);
     EXPECT_THAT(answerTo(bytes), HasSubstr("\"2000\""));
     EXPECT_EQ(_hooks.requests, std::vector<std::string>{bytes});
     EXPECT_EQ(files.names(), std::vector<std::string>{"root/" + name + ".dat"});
-    const std::string answer =
-        ask("<texts><textBase64 id='1'>cuRrc232cmflcyByw6Rrc23DtnJnw6Vz</textBase64></texts><readCalls>"
-            "<classifyKeywords id='\xE2\x82\xAC' classifierName='" +
-            name + "' textId='1'/></readCalls>");
-    EXPECT_THAT(answer, HasSubstr("<classifyKeywords id=\"\xE2\x82\xAC\">"));
-    EXPECT_THAT(answer, HasSubstr("<keyword className=\"" + name + "\" p=\"1\">" + name + "</keyword>"));
-    // One character that has no byte spoils the call, not a silent question mark.
-    EXPECT_THAT(ask("<texts><text id='1'>&#8364;</text></texts><readCalls><classify id='1' classifierName='" +
-                    name + "' textId='1'/></readCalls>"),
-                HasSubstr("statusCode=\"5000\">Could not convert a BSTR to char*"));
-}
-
-TEST_F(XmlClassifierTest, StandsWithoutTheSchema) {
-    prepare(FILLED);
-    const std::string escaping =
-        "The classifier 'root/../a.dat' can't be used, since its file would not lie "
-        "directly in the classifier root directory.";
-    const std::string noNode = "\"5000\">Error when getting the node from the nodelist.\n\n";
-    const std::string noAttribute = "' from an element.\n\n";
-    const std::string unread = "\"4000\">Caught XMLException exception while trying to read xml parameters. ";
-    const std::string prefix = "xmlns:x='" + _requestSchema.targetNamespace() + "' ";
-    const struct {
-        std::string content;
-        std::string part;
-    } rows[] = {
-        {reads("<x:classify " + prefix + "id='1' classifierName='a' textId='hej'/>"),
-         readFailure("x:classify", 4000,
-                     "The method x:classify is not supported in the readCalls sequence.")},
-        {writes("<addClass id='0' className='x'/><classify id='1'/>"),
-         writeFailure("classify", 4000, "The method classify is not supported in the writeCalls sequence.")},
-        {writes("<remove id='1'/>") + "<writeCalls classifierName='b'><create id='2'/></writeCalls>",
-         head() + "\t<status success=\"false\" statusCode=\"5000\">No calls were found in the "
-                  "response.</status>\n</morvane>"},
-        {"<readCalls><getInformation id='1' classifierName='../a'/></readCalls>",
-         readFailure("getInformation", 4000, escaping)},
-        {"<writeCalls classifierName='../a'><create id='1'/></writeCalls>",
-         writeFailure("create", 4000, escaping)},
-        // What can't be read outside of a call is the request's fault, within it the server's.
-        {reads("<classify/>"), unread + "Error when getting the attribute 'id" + noAttribute},
-        {"<writeCalls><create id='1'/></writeCalls>",
-         unread + "Error when getting the attribute 'classifierName" + noAttribute},
-        {writes("<addClass id='1'/>"), "\"5000\">Error when getting the attribute 'className" + noAttribute},
-        {writes("<train id='1' className='eng'/>"),
-         "\"5000\">Error when getting the attribute 'textId" + noAttribute},
-        // The text is looked for before the classifier.
-        {reads("<classify id='1' classifierName='b' textId='HEJ'/>"), noNode},
-        {writes("<train id='1' className='eng' textId=\"1' or '1\"/>"), noNode},
-        {"<texts><x:textBase64 " + prefix +
-             "id='1'/></texts><readCalls><classify id='1' classifierName='a' textId='1'/></readCalls>",
-         readFailure("classify", 4000,
-                     "Unrecognized text element name x:textBase64. textBase64 was expected.")},
+    const auto read = [&](const std::string& texts) {
+        return ask("<texts>" + texts +
+                   "</texts><readCalls><classifyKeywords id='\xE2\x82\xAC' classifierName='" + name +
+                   "' textId='1'/></readCalls>");
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.content);
-        EXPECT_THAT(askUnjudged(row.content), HasSubstr(row.part));
-        EXPECT_EQ(state(), FILLED_STATE);
-        EXPECT_EQ(files.names(), std::vector<std::string>{"root/a.dat"});
-    }
-    EXPECT_THAT(askUnjudged(reads("<classify id='1' classifierName='a' textId='hej'/>"), "1.02"),
-                HasSubstr("version=\"1.00\">\n\t<status success=\"true\""));
-    EXPECT_THAT(askUnjudged(reads(""), "x"),
-                HasSubstr("\"5000\">An error occurred when executing a classifier "
-                          "query.\n\nError parsing the string [x] to a double."));
-
-    // A plain text goes before one in Base64, and then the first counts: "ni" is new, "hej" isn't.
-    const std::string texts =
-        "<texts><textBase64 id='1'>aGVq</textBase64><text id='1'>ni</text><text id='1'>hej</text>"
-        "<textBase64 id='2'>aGVq</textBase64><textBase64 id='2'>bmk=</textBase64></texts>";
-    EXPECT_THAT(
-        askUnjudged(texts + "<readCalls><classify id='1' classifierName='a' textId='1'/></readCalls>"),
-        HasSubstr("textCoverage=\"0\""));
-    EXPECT_THAT(
-        askUnjudged(texts + "<readCalls><classify id='1' classifierName='a' textId='2'/></readCalls>"),
-        HasSubstr("textCoverage=\"1\""));
-}
-
-TEST_F(XmlClassifierTest, CallsSeeWhatStandsBeforeThem) {
-    prepare(FILLED);
-    const std::size_t changes = files.changeCount();
-    // Trained, taken back and trained again in one sequence, compacted in between by a class that goes.
-    prepare(
-        "<train id='1' className='eng' textId='hej du'/><untrain id='2' className='eng' textId='hej'/>"
-        "<addClass id='3' className='x'/><train id='4' className='x' textId='hej'/><removeClass id='5' "
-        "className='x'/><untrain id='6' className='eng' textId='hej du'/><train id='7' className='eng' "
-        "textId='hej'/><train id='8' className='nobody' textId='empty'/>");
-    EXPECT_EQ(files.changeCount(), changes + 1);
-    EXPECT_EQ(state(), "[eng:1/1 swe:3/3 ]");
+    EXPECT_THAT(read("<textBase64 id='1'>cuRrc232cmflcyByw6Rrc23DtnJnw6Vz</textBase64>"),
+                AllOf(HasSubstr("<classifyKeywords id=\"\xE2\x82\xAC\">"),
+                      HasSubstr("<keyword className=\"" + name + "\" p=\"1\">" + name + "</keyword>")));
+    // One character that has no byte spoils the call, not a silent question mark.
+    EXPECT_THAT(read("<text id='1'>&#8364;</text>"),
+                HasSubstr("statusCode=\"5000\">Could not convert a BSTR to char*"));
 }
 
 // The answer is checked against the response schema, as each is here.
 TEST_F(XmlClassifierTest, ShareThatIsNoNumberStillFitsTheResponseSchema) {
-    const struct {
-        double smoothing;
-        std::string classify;
-        std::string keywords;
-    } rows[] = {{std::numeric_limits<double>::quiet_NaN(), "nan\"", "<keywords>\n\t\t</keywords>"},
-                {-1.0, "nan\"", "p=\"inf\">hej</keyword>"}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.smoothing);
-        const std::string name = "n" + std::to_string(&row - rows);
-        const util::Bytes data = support::StoredClassifier{
-            .smoothing = row.smoothing,
-            .classes = {{"b", 0, 2, 1}, {"c", 1, 2, 0}},
-            .records = {
-                {"hej", 0, 2}}}.bytes();
-        files.put("root/" + name + ".dat", std::string(data.begin(), data.end()));
-        const std::string answer =
-            ask(reads("<classify id='1' textId='hej' classifierName='" + name +
-                      "'/><classifyKeywords id='2' textId='hej' classifierName='" + name + "'/>"));
-        EXPECT_THAT(answer, HasSubstr(row.classify));
-        EXPECT_THAT(answer, HasSubstr(row.keywords));
+    const std::pair<double, std::string> rows[] = {
+        {std::numeric_limits<double>::quiet_NaN(), "<keywords>\n\t\t</keywords>"},
+        {-1.0, "p=\"inf\">hej</keyword>"}};
+    for (const auto& [smoothing, keywords] : rows) {
+        const std::string name = smoothing < 0 ? "negative" : "nan";
+        files.save("root/" + name + ".dat",
+                   support::StoredClassifier{.smoothing = smoothing,
+                                             .classes = {{"b", 0, 2, 1}, {"c", 1, 2, 0}},
+                                             .records = {{"hej", 0, 2}}}
+                       .bytes());
+        EXPECT_THAT(ask(reads("<classify id='1' textId='hej' classifierName='" + name +
+                              "'/><classifyKeywords id='2' textId='hej' classifierName='" + name + "'/>")),
+                    AllOf(HasSubstr("nan\""), HasSubstr(keywords)));
     }
 }
 

@@ -64,35 +64,19 @@ std::string failureOf(int code, const std::string& words) {
            std::to_string(code) + "\">" + words + "</status></morvane>";
 }
 
-TEST(TesterTest, IsContentWithAServerThatAnswersRight) {
-    EXPECT_EQ(outcome([](const std::string&, std::string answer) { return answer; }), "");
-}
-
 TEST(TesterTest, FindsAnswersThatAreWrong) {
+    EXPECT_EQ(outcome([](const std::string&, std::string answer) { return answer; }), "");
     const std::string ok = "statusCode=\"2000\"";
     const std::string empty =
         "<morvane xmlns=\"http://morvane.example/1/server/ResponseSchema\" "
         "version=\"1.01\"><status success=\"true\" " +
         ok + "/></morvane>";
-    struct Row {
-        std::string report;
-        AlteredServer::Alter alter;
-    };
-    const Row rows[] = {
-        {"false / Error when loading the XML document from the memory.",
-         [](const std::string&, std::string) { return std::string(); }},
+    const std::pair<std::string, AlteredServer::Alter> rows[] = {
         {"false / Error when loading the XML document from the memory.",
          [](const std::string&, std::string answer) { return answer.substr(0, answer.size() / 2); }},
-        {"false / Problems validating the xml document.",
-         [](const std::string&, std::string answer) { return replaced(answer, "success=", "succeeded="); }},
         {"!r.success / ", [&](const std::string&, std::string) { return empty; }},
         {"r.code == statusCode::BAD_REQUEST / ",
          [](const std::string&, std::string) { return failureOf(5000, "Out of order."); }},
-        {"!r.errorMessage.empty() / ", [](const std::string&, std::string) { return failureOf(4000, ""); }},
-        {"r.errorMessage.find(\"could not be found\") != string::npos / ",
-         [](const std::string&, std::string answer) {
-             return replaced(answer, "could not be found", "has gone");
-         }},
         {"r.errorMessage.find(\"classifierName\") != string::npos / ",
          [](const std::string&, std::string answer) { return replaced(answer, "classifierName.dat", "x"); }},
         // The server's own failures are no lost race.
@@ -104,39 +88,19 @@ TEST(TesterTest, FindsAnswersThatAreWrong) {
          [&](const std::string&, std::string answer) {
              return contains(answer, ok) ? replaced(answer, "version=\"1.00\"", "version=\"1.01\"") : answer;
          }},
-        {"r.version == version / ",
-         [](const std::string& request, std::string answer) {
-             return contains(request, "stresstest")
-                        ? answer
-                        : replaced(answer, "version=\"1.01\"", "version=\"1.00\"");
-         }},
-        {"r.version == version / ",
-         [](const std::string& request, std::string) {
-             return contains(request, "stresstest") ? replaced(failureOf(4000, "Too late."), "1.01", "1.00")
-                                                    : failureOf(4000, "could not be found classifierName");
-         }},
         {"r.success / ",
          [](const std::string& request, std::string answer) {
              return contains(request, "test_engswe") ? failureOf(4000, "It has gone.") : answer;
-         }},
-        {"r.responses.size() == 1 / ",
-         [&](const std::string& request, std::string answer) {
-             return contains(request, "test_engswe") && contains(answer, ok)
-                        ? replaced(empty, "1.01", answer.substr(answer.find("version=\"1.0", 30) + 9, 4))
-                        : answer;
          }},
         {"r.responses.size() == 2 / ",
          [](const std::string&, std::string answer) {
              return replaced(answer, "<classify id=\"1\">", "<classify id=\"0\">");
          }},
     };
-    for (const Row& row : rows) {
-        EXPECT_THAT(outcome(row.alter), StartsWith(row.report));
+    for (const auto& [report, alter] : rows) {
+        EXPECT_THAT(outcome(alter), StartsWith(report));
     }
-}
-
-// What an operator reads whose configuration doesn't let the test through.
-TEST(TesterTest, ReportsRequestAndAnswer) {
+    // What an operator reads whose configuration doesn't let the test through.
     EXPECT_EQ(
         outcome([](const std::string& request, std::string answer) {
             return request.size() > 500 ? failureOf(4013, "Client exceeded maximum input size 500.\t")
