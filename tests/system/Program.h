@@ -38,7 +38,10 @@ inline bool eventually(const std::function<bool()>& condition) {
 // A process that this test started; killed by its id if it is still there at the end.
 class Process {
 public:
-    Process(const std::string& program, std::vector<std::string> arguments, const std::string& output) {
+    // inChild runs in the new process just before the program does.
+    Process(
+        const std::string& program, std::vector<std::string> arguments, const std::string& output,
+        const std::function<void()>& inChild = [] {}) {
         std::vector<char*> argv{const_cast<char*>(program.c_str())};
         for (std::string& argument : arguments) {
             argv.push_back(argument.data());
@@ -49,6 +52,7 @@ public:
         if (_id == 0) {
             ::dup2(out, STDOUT_FILENO);
             ::dup2(out, STDERR_FILENO);
+            inChild();
             ::execv(program.c_str(), argv.data());
             ::_exit(127);
         }
