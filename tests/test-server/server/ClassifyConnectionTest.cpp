@@ -60,7 +60,11 @@ struct FakeClassifierFactory final : StringClassifierFactory {
         }
         const Handler& handler;
     };
-    std::unique_ptr<StringClassifier> create() const override { return std::make_unique<Fake>(handler); }
+    std::unique_ptr<StringClassifier> create() const override {
+        onCreate();
+        return std::make_unique<Fake>(handler);
+    }
+    std::function<void()> onCreate = [] {};
     Handler handler = [](const std::string& request) {
         return "answer to " + std::to_string(request.size());
     };
@@ -185,6 +189,17 @@ TEST_F(ClassifyConnectionTest, FailuresAreAnsweredWhereThereIsSomebodyToAnswer) 
     EXPECT_TRUE(eventually([&] {
         return log.has(logLevel::log, "Failed to send status code to client. Could not write data");
     }));
+}
+
+TEST_F(ClassifyConnectionTest, ClientThatIsStillSendingCanReadItsAnswerToTheEnd) {
+    classifiers.onCreate = [] { throw std::bad_alloc(); };
+    serve();
+    const std::string request(500000, 'x');
+    for (int round = 0; round < 5; ++round) {
+        LoopbackClient client(server->port());
+        EXPECT_TRUE(client.send(request));
+        EXPECT_EQ(client.ask(request), "5030:");
+    }
 }
 
 TEST_F(ClassifyConnectionTest, ClientThatNeverEndsItsSendingIsAnsweredAndLetGo) {

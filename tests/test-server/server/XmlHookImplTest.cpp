@@ -34,7 +34,7 @@ TEST(XmlHookImplTest, NamesNeverRepeatAndTheLastGigabyteIsLeft) {
             });
         }
     }
-    EXPECT_EQ(disk.names().size(), 4000u);
+    ASSERT_EQ(disk.names().size(), 4000u);
     EXPECT_TRUE(disk.names()[0].starts_with("./logs/requests//request_threadid_")) << disk.names()[0];
     EXPECT_TRUE(log.entries().empty());
     space.bytes = 999'999'999;
