@@ -243,7 +243,7 @@ std::string smallRequest() {
 // Asks little and gets much: several megabytes, more than the buffers of a connection take.
 std::string requestWithLongAnswer() {
     std::string calls;
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < 5; ++i) {
         calls += systemtest::information("wide", std::to_string(i));
     }
     return systemtest::request(systemtest::readCalls(calls));
@@ -262,7 +262,7 @@ void teach(std::uint16_t port) {
     std::string classes = "<create id=\"c\"/>";
     for (int i = 0; i < 2000; ++i) {
         const std::string number = std::to_string(i);
-        classes += "<addClass id=\"" + number + "\" className=\"the class with the number " + number + "\"/>";
+        classes += "<addClass id=\"" + number + "\" className=\"" + std::string(250, 'c') + number + "\"/>";
     }
     const systemtest::Answer wide =
         systemtest::ask(port, systemtest::request(systemtest::writeCalls("wide", classes)));

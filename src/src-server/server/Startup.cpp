@@ -242,8 +242,9 @@ void Startup::serve() {
     std::uint32_t queueSize = static_cast<std::uint32_t>(configuration.clientQueueSize);
     if (_mode == Mode::TEST) {
         configuration.saveRequests = false;  // what the tests send is of no interest to anybody
-        // Those of the clients that get no place at once must find room, since a full queue turns them away.
-        queueSize = std::max(queueSize, SystemTest::CLIENTS_AT_ONCE);
+        // Those of the clients that get no place at once must find room, and so much of it that they don't
+        // look like a siege, since a full queue turns them away.
+        queueSize = std::max(queueSize, 4 * SystemTest::CLIENTS_AT_ONCE);
     }
     _log.log("Using config settings:\n" + configuration.document);
     _log.log("System settings:\n" + systemFigures());

@@ -36,11 +36,12 @@ public:
     // Asks the client to end soon. Called from another thread; must not block.
     virtual void stop() = 0;
 
-    // False while all that the client does is to wait for its peer, so that nothing is lost if it ends. A kind
-    // of client that doesn't tell never has to give way. Called from another thread.
+    // False while all that the client does is to wait for its peer, so that nothing is lost if it ends. A
+    // kind of client that doesn't tell never has to give way. Called from another thread.
     virtual bool isAtWork() const { return true; }
 
-    // As stop, but since another client needs the place of this one, whose peer has been silent for that time.
+    // As stop, but since another client needs the place of this one, whose peer has been silent for that
+    // time.
     virtual void giveWay(std::chrono::milliseconds) { stop(); }
 
     // Enters this client as finished. Only once, on its own thread; nothing of the client may be touched by

@@ -131,10 +131,20 @@ void ThreadServerBase::takePlace() {
     }
 }
 
+// True if the queue has been on its way to being full of late; a full one would keep further clients out.
+bool ThreadServerBase::isBesieged() {
+    const auto now = std::chrono::steady_clock::now();
+    if (_serverSocket->waitingClients() > _queueSize / 3) {
+        _besiegedUntil = now + SIEGE;
+    }
+    return now < _besiegedUntil;
+}
+
 // False if there is none that may.
 bool ThreadServerBase::letSilentClientGiveWay() {
     platform::mutex::AutoLock lock(_clients);
     lock.lock();
+    const bool besieged = isBesieged();
     std::chrono::nanoseconds longest{0};
     auto silent = _clients.end();
     for (auto entry = _clients.begin(); entry != _clients.end(); ++entry) {
@@ -142,7 +152,9 @@ bool ThreadServerBase::letSilentClientGiveWay() {
             continue;
         }
         const net::socket::Silence silence = entry->first->silence();
-        const auto bearable = silence.fromTheStart ? SILENT_FROM_THE_START : SILENT_SINCE_THEN;
+        const auto bearable = !besieged              ? BEARABLE_SILENCE
+                              : silence.fromTheStart ? BEARABLE_FROM_THE_START_UNDER_SIEGE
+                                                     : BEARABLE_UNDER_SIEGE;
         if (silence.time >= bearable && silence.time > longest) {
             longest = silence.time;
             silent = entry;

@@ -28,10 +28,15 @@ inline constexpr std::chrono::seconds STOP_GRACE{2};
 // memory or threads: it must not spin, and these come back by themselves.
 inline constexpr std::chrono::milliseconds ACCEPT_PAUSE{500};
 
-// How long a client must have been silent before its place may go to another one that waits. Whoever connects
-// has a request to send, so one that has said nothing at all gets less time than one whose line may be slow.
-inline constexpr std::chrono::milliseconds SILENT_FROM_THE_START{50};
-inline constexpr std::chrono::milliseconds SILENT_SINCE_THEN{500};
+// How long a client must have been silent before its place may go to another one that waits. A server that is
+// a little too small for its clients has patience with slow ones. One whose queue fills is under siege:
+// whoever connects has a request to send, so who has said nothing at all then gets less time than who may be
+// slow.
+inline constexpr std::chrono::milliseconds BEARABLE_SILENCE{1000};
+inline constexpr std::chrono::milliseconds BEARABLE_UNDER_SIEGE{500};
+inline constexpr std::chrono::milliseconds BEARABLE_FROM_THE_START_UNDER_SIEGE{50};
+// How long a siege lasts after the last sign of it.
+inline constexpr std::chrono::seconds SIEGE{10};
 
 // How often the server looks again for a client that may give way, while there is one that waits; and how
 // long one that gives way may take for it before the next is looked for.
@@ -79,6 +84,7 @@ private:
     void _create_clients();
     void acceptClient();
     void takePlace();
+    bool isBesieged();
     bool letSilentClientGiveWay();
     void _delete_clients();
     bool reapClient();
@@ -96,7 +102,8 @@ private:
     platform::Semaphore _freePlaces;       // one unit for each client that may still exist
     ClientTable _clients;                  // guarded by its own mutex
     std::condition_variable_any _reaped;   // with _clients: an entry has gone
-    std::uint32_t _connectionCounter = 0;  // of the accepting thread
+    std::uint32_t _connectionCounter = 0;  // of the accepting thread, as is the next
+    std::chrono::steady_clock::time_point _besiegedUntil;
     // Guarded by _boundedBuffer. _clients.end(), which no client can have, is the mark that ends the reaping.
     std::vector<ClientTable::iterator> _deletableClients;
     platform::mutex::BoundedBufferLockImpl _boundedBuffer;

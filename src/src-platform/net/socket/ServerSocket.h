@@ -7,7 +7,8 @@
 
 namespace net::socket {
 
-// A port that listens. accept and waitForClient belong to one thread; shutdown may be called from another one.
+// A port that listens. accept, waitForClient and waitingClients belong to one thread; shutdown may be called
+// from another one.
 class ServerSocket {
 public:
     virtual ~ServerSocket() = default;
@@ -18,6 +19,9 @@ public:
 
     // Waits until accept would not block: for a client, or the end of listening.
     virtual void waitForClient() = 0;
+
+    // How many clients wait to be accepted. Throws GeneralException.
+    virtual std::uint32_t waitingClients() const = 0;
 
     // Stops listening: a blocked accept fails, later ones fail, clients in the queue are reset. Closing alone
     // does not wake an accept, and frees a number that it may still use. Throws CloseException.

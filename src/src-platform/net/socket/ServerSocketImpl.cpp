@@ -1,6 +1,7 @@
 #include "net/socket/ServerSocketImpl.h"
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -65,6 +66,17 @@ void ServerSocketImpl::waitForClient() {
     // What poll itself could fail of will show, with its reason, in the accept that comes next.
     while (poll(&entry, 1, -1) == -1 && errno == EINTR) {
     }
+}
+
+std::uint32_t ServerSocketImpl::waitingClients() const {
+    tcp_info info = {};
+    socklen_t size = sizeof(info);
+    if (getsockopt(_socketCloser.get(), IPPROTO_TCP, TCP_INFO, &info, &size) == -1) {
+        fail<GeneralException>("Error asking for the length of the queue using getsockopt(). ", errno);
+    }
+    // Of a socket that listens, this field tells the clients in its queue (Linux, tcp_get_info in
+    // net/ipv4/tcp.c).
+    return info.tcpi_unacked;
 }
 
 void ServerSocketImpl::shutdown() {

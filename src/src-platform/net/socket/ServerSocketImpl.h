@@ -14,6 +14,7 @@ public:
 
     std::unique_ptr<SocketStream> accept() override;
     void waitForClient() override;
+    std::uint32_t waitingClients() const override;
     void shutdown() override;
     void close() override;
     std::uint16_t port() const override { return _port; }

@@ -10,8 +10,8 @@ namespace net::socket {
 // Owns the descriptor of a socket and closes it once.
 //
 // Other threads may call shutdown and isReadable while the owner closes: the one that comes second finds
-// nothing to do, so neither ever hits a foreign connection that was given the same number. All else belongs to
-// one thread.
+// nothing to do, so neither ever hits a foreign connection that was given the same number. All else belongs
+// to one thread.
 class SocketCloser {
 public:
     // The mapper must outlive this object.

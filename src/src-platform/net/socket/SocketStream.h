@@ -56,9 +56,9 @@ public:
     // time.
     virtual bool waitForInput(std::chrono::milliseconds time) = 0;
 
-    // How long the peer has been silent since the connection began, its last sign of life, or the beginning of
-    // a write. No time at all while there is something of it to be read, or when closed. May be called from any
-    // thread.
+    // How long the peer has been silent since the connection began, its last sign of life, or the beginning
+    // of a write. No time at all while there is something of it to be read, or when closed. May be called
+    // from any thread.
     virtual Silence silence() = 0;
 
     // Dotted address of either side. Throw GeneralException.
