@@ -25,10 +25,10 @@
 #include "server/ClassifierCallbackFactoryImpl.h"
 #include "server/ClassifierFactoryImpl.h"
 #include "stress/Calls.h"
+#include "stress/Main.h"
 #include "support/RecordingLog.h"
 #include "system/Program.h"
 #include "system/Wire.h"
-#include "util/Numbers.h"
 
 namespace {
 
@@ -364,32 +364,16 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        int kills = 1000;
-        unsigned seed = 1;
-        int megabytes = 50;
-        for (int i = 1; i + 1 < argc; i += 2) {
-            if (argv[i] == std::string("--kills")) {
-                kills = static_cast<int>(util::toInteger(argv[i + 1], 1, 1'000'000));
-            } else if (argv[i] == std::string("--seed")) {
-                seed = static_cast<unsigned>(util::toInteger(argv[i + 1], 0, 1'000'000'000));
-            } else if (argv[i] == std::string("--large")) {
-                megabytes = static_cast<int>(util::toInteger(argv[i + 1], 1, 1000));
-            } else {
-                argc = 0;
-            }
-        }
-        if (argc % 2 == 0) {
-            std::fprintf(stderr, "Usage: axe [--kills N] [--seed N] [--large MB]\n");
-            return 2;
-        }
-        Axe(seed, megabytes).swing(kills);
-        std::printf("Every acknowledged sequence is there, and nothing half done.\n");
-        return 0;
-    } catch (const exceptions::Exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-    }
-    return 1;
+    int kills = 1000;
+    int seed = 1;
+    int megabytes = 50;
+    return runMain(
+        argc, argv,
+        {number("--kills", "N", kills, 1, 1'000'000), number("--seed", "N", seed, 0, 1'000'000'000),
+         number("--large", "MB", megabytes, 1, 1000)},
+        [&] {
+            Axe(static_cast<unsigned>(seed), megabytes).swing(kills);
+            std::printf("Every acknowledged sequence is there, and nothing half done.\n");
+            return 0;
+        });
 }

@@ -15,12 +15,11 @@
 #include <functional>
 #include <vector>
 
-#include "exceptions/Exception.h"
 #include "server/Memory.h"
+#include "stress/Main.h"
 #include "stress/Trace.h"
 #include "system/Program.h"
 #include "system/Wire.h"
-#include "util/Numbers.h"
 
 namespace {
 
@@ -369,24 +368,9 @@ int trace() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        std::int64_t size = 8;
-        bool judgesTime = false;
-        for (int i = 1; i < argc; ++i) {
-            if (argv[i] == std::string("--time")) {
-                judgesTime = true;
-            } else if (argv[i] == std::string("--size") && i + 1 < argc) {
-                size = util::toInteger(argv[++i], 1, 500);
-            } else {
-                std::fprintf(stderr, "Usage: documents [--size MB] [--time]\n");
-                return 2;
-            }
-        }
-        return measure(size * 1'000'000, judgesTime) ? trace() : 1;
-    } catch (const exceptions::Exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-    }
-    return 1;
+    int size = 8;
+    bool judgesTime = false;
+    return stress::runMain(
+        argc, argv, {stress::number("--size", "MB", size, 1, 500), stress::toggle("--time", judgesTime)},
+        [&] { return measure(size * std::int64_t(1'000'000), judgesTime) ? trace() : 1; });
 }

@@ -16,7 +16,6 @@
 #include <random>
 #include <thread>
 
-#include "exceptions/Exception.h"
 #include "platform/memory/MemoryStatus.h"
 #include "server/ClassifierCallbackFactoryImpl.h"
 #include "server/ClassifierFactoryImpl.h"
@@ -26,11 +25,11 @@
 #include "server/XmlErrorResponseImpl.h"
 #include "server/XmlResponseImpl.h"
 #include "stress/History.h"
+#include "stress/Main.h"
 #include "support/MemoryFiles.h"
 #include "support/RecordingLog.h"
 #include "support/Xml.h"
 #include "system/Wire.h"
-#include "util/Numbers.h"
 
 namespace {
 
@@ -399,25 +398,19 @@ void print(const std::string& classifier, std::vector<Operation> operations) {
     }
 }
 
-struct Options {
-    unsigned seed = 1;
-    unsigned histories = 1000;
-    std::string bug;
-};
-
-int run(const Options& options) {
+int run(unsigned firstSeed, unsigned histories, const std::string& bug) {
     const Schemas schemas;
     const std::uint64_t features = featuresOfWord(schemas);
     std::uint64_t operations = 0;
-    for (unsigned i = 0; i < options.histories; ++i) {
-        const unsigned seed = options.seed + i;
-        for (auto& [classifier, part] : record(schemas, seed, options.bug)) {
+    for (unsigned i = 0; i < histories; ++i) {
+        const unsigned seed = firstSeed + i;
+        for (auto& [classifier, part] : record(schemas, seed, bug)) {
             operations += part.size();
             if (SerialOrder(part, features).exists()) {
                 continue;
             }
-            if (!options.bug.empty()) {
-                std::printf("%s: given away by history %u.\n", options.bug.c_str(), i + 1);
+            if (!bug.empty()) {
+                std::printf("%s: given away by history %u.\n", bug.c_str(), i + 1);
                 return 0;
             }
             print(classifier, part);
@@ -425,41 +418,20 @@ int run(const Options& options) {
             return 1;
         }
     }
-    std::printf("%u histories with %llu requests: each has a serial order.\n", options.histories,
+    std::printf("%u histories with %llu requests: each has a serial order.\n", histories,
                 static_cast<unsigned long long>(operations));
-    return options.bug.empty() ? 0 : 1;
+    return bug.empty() ? 0 : 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        Options options;
-        for (int i = 1; i + 1 < argc; i += 2) {
-            const std::string flag = argv[i];
-            if (flag == "--seed") {
-                options.seed = static_cast<unsigned>(util::toInteger(argv[i + 1], 0, 1'000'000'000));
-            } else if (flag == "--histories") {
-                options.histories = static_cast<unsigned>(util::toInteger(argv[i + 1], 1, 1'000'000'000));
-            } else if (flag == "--plant" &&
-                       std::find(std::begin(BuggyTable::BUGS), std::end(BuggyTable::BUGS),
-                                 std::string(argv[i + 1])) != std::end(BuggyTable::BUGS)) {
-                options.bug = argv[i + 1];
-            } else {
-                argc = 0;
-            }
-        }
-        if (argc % 2 == 0) {
-            std::fprintf(stderr,
-                         "Usage: histories [--seed N] [--histories N] [--plant removal-without-lock|"
-                         "uncommitted-visible|two-copies|lost-commit]\n");
-            return 2;
-        }
-        return run(options);
-    } catch (const exceptions::Exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-    }
-    return 2;
+    int seed = 1;
+    int histories = 1000;
+    std::string bug;
+    return runMain(argc, argv,
+                   {number("--seed", "N", seed, 0, 1'000'000'000),
+                    number("--histories", "N", histories, 1, 1'000'000'000),
+                    choice("--plant", bug, {std::begin(BuggyTable::BUGS), std::end(BuggyTable::BUGS)})},
+                   [&] { return run(static_cast<unsigned>(seed), static_cast<unsigned>(histories), bug); });
 }

@@ -11,7 +11,7 @@
 #include <map>
 #include <vector>
 
-#include "exceptions/Exception.h"
+#include "stress/Main.h"
 #include "stress/Trace.h"
 #include "system/Program.h"
 #include "system/Wire.h"
@@ -245,13 +245,4 @@ int run() {
 
 }  // namespace
 
-int main() {
-    try {
-        return run();
-    } catch (const exceptions::Exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-    }
-    return 1;
-}
+int main(int argc, char** argv) { return stress::runMain(argc, argv, {}, run); }

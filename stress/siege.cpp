@@ -21,11 +21,10 @@
 #include <thread>
 #include <vector>
 
-#include "exceptions/Exception.h"
+#include "stress/Main.h"
 #include "support/Descriptors.h"
 #include "system/Program.h"
 #include "system/Wire.h"
-#include "util/Numbers.h"
 
 namespace {
 
@@ -345,45 +344,24 @@ int holdStill(std::uint64_t requests) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        int seconds = 10;
-        int hostile = 1000;
-        int places = 64;
-        int queue = 100;
-        std::uint64_t requests = 0;
-        for (int i = 1; i + 1 < argc; i += 2) {
-            const std::string flag = argv[i];
-            const int value = static_cast<int>(util::toInteger(argv[i + 1], 1, 1'000'000'000));
-            if (flag == "--seconds") {
-                seconds = value;
-            } else if (flag == "--hostile") {
-                hostile = value;
-            } else if (flag == "--places") {
-                places = value;
-            } else if (flag == "--queue") {
-                queue = value;
-            } else if (flag == "--requests") {
-                requests = static_cast<std::uint64_t>(value);
-            } else {
-                argc = 0;
-            }
-        }
-        if (argc % 2 == 0) {
-            std::fprintf(stderr,
-                         "Usage: siege [--seconds N] [--hostile N] [--places N] [--queue N]\n"
-                         "       siege --requests N\n");
-            return 2;
-        }
-        // A descriptor for each hostile client, in this process.
-        rlimit descriptors{};
-        getrlimit(RLIMIT_NOFILE, &descriptors);
-        descriptors.rlim_cur = descriptors.rlim_max;
-        setrlimit(RLIMIT_NOFILE, &descriptors);
-        return requests == 0 ? besiege(seconds, hostile, places, queue) : holdStill(requests);
-    } catch (const exceptions::Exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-    }
-    return 2;
+    int seconds = 10;
+    int hostile = 1000;
+    int places = 64;
+    int queue = 100;
+    int requests = 0;
+    return stress::runMain(argc, argv,
+                           {stress::number("--seconds", "N", seconds, 1, 86'400),
+                            stress::number("--hostile", "N", hostile, 1, 1'000'000),
+                            stress::number("--places", "N", places, 1, 1'000'000),
+                            stress::number("--queue", "N", queue, 1, 1'000'000),
+                            stress::number("--requests", "N", requests, 1, 1'000'000'000)},
+                           [&] {
+                               // A descriptor for each hostile client, in this process.
+                               rlimit descriptors{};
+                               getrlimit(RLIMIT_NOFILE, &descriptors);
+                               descriptors.rlim_cur = descriptors.rlim_max;
+                               setrlimit(RLIMIT_NOFILE, &descriptors);
+                               return requests == 0 ? besiege(seconds, hostile, places, queue)
+                                                    : holdStill(static_cast<std::uint64_t>(requests));
+                           });
 }

@@ -24,11 +24,10 @@
 #include <thread>
 #include <utility>
 
-#include "exceptions/Exception.h"
+#include "stress/Main.h"
 #include "support/Descriptors.h"
 #include "system/Program.h"
 #include "system/Wire.h"
-#include "util/Numbers.h"
 
 namespace {
 
@@ -484,29 +483,14 @@ const std::array<Soak::Trouble, 5> Soak::TROUBLES = {{
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        int minutes = 30;
-        int round = 60;
-        for (int i = 1; i + 1 < argc; i += 2) {
-            if (argv[i] == std::string("--minutes")) {
-                minutes = static_cast<int>(util::toInteger(argv[i + 1], 1, 10'000));
-            } else if (argv[i] == std::string("--round")) {
-                round = static_cast<int>(util::toInteger(argv[i + 1], 1, 3600));
-            } else {
-                argc = 0;
-            }
-        }
-        if (argc % 2 == 0) {
-            std::fprintf(stderr, "Usage: soak [--minutes N] [--round SECONDS]\n");
-            return 2;
-        }
-        Soak(std::chrono::seconds(round)).run(std::max(1, minutes * 60 / round));
-        std::printf("Nothing has grown, and every error line is explained.\n");
-        return 0;
-    } catch (const exceptions::Exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-    }
-    return 1;
+    int minutes = 30;
+    int round = 60;
+    return stress::runMain(argc, argv,
+                           {stress::number("--minutes", "N", minutes, 1, 10'000),
+                            stress::number("--round", "SECONDS", round, 1, 3600)},
+                           [&] {
+                               Soak(std::chrono::seconds(round)).run(std::max(1, minutes * 60 / round));
+                               std::printf("Nothing has grown, and every error line is explained.\n");
+                               return 0;
+                           });
 }
