@@ -1,0 +1,121 @@
+#include "Program.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+#include "Failure.h"
+#include "exceptions/Exception.h"
+#include "terminal/Json.h"
+#include "verbs/ReadVerbs.h"
+#include "verbs/WriteVerbs.h"
+#include "windows/com/xml/Library.h"
+
+namespace halvern::morvane::client {
+
+namespace {
+
+constexpr const char* VERSION = "morvane 2.40";
+
+constexpr const char* FOOTER =
+    "First steps:\n"
+    "  morvane create languages english swedish\n"
+    "  morvane train languages english --text \"the house on the hill\"\n"
+    "  morvane train languages swedish --text \"huset vid sjön\"\n"
+    "  morvane classify languages --text \"a small house\"\n"
+    "\n"
+    "Where the server is: --server, else MORVANE_SERVER, else 'server = HOST:PORT' in\n"
+    "~/.config/morvane/config, else 127.0.0.1:9400.\n"
+    "\n"
+    "Exit codes: 0 done; 1 the server refused; 2 wrong usage; 3 no server, or it broke\n"
+    "off; 4 a local file can't be read, understood or written; 5 a check or comparison\n"
+    "failed; 130 interrupted.";
+
+void showFailure(const Failure& failure, Context& context) {
+    if (context.json()) {
+        nlohmann::ordered_json error;
+        error["exitCode"] = static_cast<int>(failure.code);
+        if (failure.status != 0) {
+            error["statusCode"] = failure.status;
+        }
+        if (!failure.call.empty()) {
+            error["call"] = failure.call;
+        }
+        error["message"] = failure.message;
+        if (!failure.hint.empty()) {
+            error["hint"] = failure.hint;
+        }
+        writeJson(context.err(), nlohmann::ordered_json{{"error", error}});
+        return;
+    }
+    context.err() << context.errTerminal().paint(Colour::RED, "morvane:") << " "
+                  << printable(failure.message, true) << "\n";
+    if (!failure.hint.empty()) {
+        context.err() << printable(failure.hint, true) << "\n";
+    }
+}
+
+// The verb that help was asked for or that was used wrongly, as "morvane file info".
+std::string pathOf(const CLI::App& app) {
+    for (const CLI::App* verb : app.get_subcommands()) {
+        return app.get_name() + " " + pathOf(*verb);
+    }
+    return app.get_name();
+}
+
+}  // namespace
+
+void declareCommandLine(CLI::App& app, Context& context) {
+    app.name("morvane");
+    app.description("Tells texts apart, with the help of a Morvane server.");
+    app.footer(FOOTER);
+    app.set_help_flag("-h,--help", "Show this help; behind a verb, the help of that verb");
+    app.set_version_flag("--version", VERSION, "Show the version");
+    app.add_option("--server", context.options().server, "Where the server listens; IPv6 as [::1]:9400")
+        ->type_name("HOST:PORT");
+    app.add_option("--timeout", context.options().timeoutSeconds,
+                   "Longest silence of the server, 300 if not given; 0: wait for ever")
+        ->type_name("SECONDS");
+    app.add_flag("--json", context.options().json, "Answers and errors in JSON (docs/client.md)");
+    app.require_subcommand(1);
+    // So that the options above may stand behind the verb too; verbs inherit it.
+    app.fallthrough();
+    addWriteVerbs(app, context);
+    addReadVerbs(app, context);
+}
+
+int Program::run(const std::vector<std::string>& arguments) {
+    const windows::com::xml::Library library;
+    CLI::App app;
+    declareCommandLine(app, _context);
+    try {
+        // CLI11 takes them from the back.
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        _context.out().flush();
+        if (!_context.out()) {
+            throw Failure{ExitCode::LOCAL_FILE, "The output can't be written.", "Is the disk full?"};
+        }
+        return static_cast<int>(_context.exitCode);
+    } catch (const CLI::Success& e) {
+        // Help or the version was asked for.
+        app.exit(e, _context.out(), _context.err());
+        return static_cast<int>(ExitCode::DONE);
+    } catch (const CLI::ParseError& e) {
+        showFailure({ExitCode::USAGE, e.what(), "'" + pathOf(app) + " --help' shows how it is meant."},
+                    _context);
+        return static_cast<int>(ExitCode::USAGE);
+    } catch (const Failure& failure) {
+        _context.out().flush();
+        showFailure(failure, _context);
+        return static_cast<int>(failure.code);
+    } catch (const exceptions::Exception& e) {
+        showFailure({ExitCode::LOCAL_FILE, e.what()}, _context);
+        return static_cast<int>(ExitCode::LOCAL_FILE);
+    } catch (const std::bad_alloc&) {
+        showFailure({ExitCode::LOCAL_FILE, "The memory of this machine is used up.", "Do less at once."},
+                    _context);
+        return static_cast<int>(ExitCode::LOCAL_FILE);
+    }
+}
+
+}  // namespace halvern::morvane::client
