@@ -7,7 +7,10 @@
 #include "Failure.h"
 #include "exceptions/Exception.h"
 #include "terminal/Json.h"
+#include "verbs/BenchVerb.h"
+#include "verbs/ConfigVerbs.h"
 #include "verbs/ReadVerbs.h"
+#include "verbs/RequestVerb.h"
 #include "verbs/WriteVerbs.h"
 #include "windows/com/xml/Library.h"
 
@@ -55,12 +58,24 @@ void showFailure(const Failure& failure, Context& context) {
     }
 }
 
-// The verb that help was asked for or that was used wrongly, as "morvane file info".
+// The verb that was used wrongly, as "morvane file info".
 std::string pathOf(const CLI::App& app) {
-    for (const CLI::App* verb : app.get_subcommands()) {
-        return app.get_name() + " " + pathOf(*verb);
+    const std::vector<CLI::App*> verbs = app.get_subcommands();
+    return app.get_name() + (verbs.empty() ? "" : " " + pathOf(*verbs.front()));
+}
+
+std::string wordsOf(const CLI::ParseError& error, const CLI::App& app) {
+    const CLI::App* verb = &app;
+    while (!verb->get_subcommands().empty()) {
+        verb = verb->get_subcommands().front();
     }
-    return app.get_name();
+    const bool lacksVerb = verb->get_require_subcommand_min() > 0;
+    const std::vector<std::string> rest = app.remaining(true);
+    if (!lacksVerb) {
+        return error.what();
+    }
+    return rest.empty() ? "What is to be done? A verb is missing."
+                        : "There is no verb '" + rest.front() + "'.";
 }
 
 }  // namespace
@@ -82,6 +97,9 @@ void declareCommandLine(CLI::App& app, Context& context) {
     app.fallthrough();
     addWriteVerbs(app, context);
     addReadVerbs(app, context);
+    addRequestVerb(app, context);
+    addBenchVerb(app, context);
+    addConfigVerbs(app, context);
 }
 
 int Program::run(const std::vector<std::string>& arguments) {
@@ -101,7 +119,7 @@ int Program::run(const std::vector<std::string>& arguments) {
         app.exit(e, _context.out(), _context.err());
         return static_cast<int>(ExitCode::DONE);
     } catch (const CLI::ParseError& e) {
-        showFailure({ExitCode::USAGE, e.what(), "'" + pathOf(app) + " --help' shows how it is meant."},
+        showFailure({ExitCode::USAGE, wordsOf(e, app), "'" + pathOf(app) + " --help' shows how it is meant."},
                     _context);
         return static_cast<int>(ExitCode::USAGE);
     } catch (const Failure& failure) {

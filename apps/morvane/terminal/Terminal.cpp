@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "util/Utf8.h"
+
 namespace halvern::morvane::client {
 
 namespace {
@@ -36,20 +38,9 @@ struct Character {
 
 // The character at the start of text, which isn't empty; a byte that begins no valid one stands for itself.
 Character decode(std::string_view text) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const std::uint32_t first = byte(0);
-    const std::size_t bytes = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : first >= 0xC2 ? 2 : 1;
-    if (bytes == 1 || bytes > text.size()) {
-        return {first, 1};
-    }
-    std::uint32_t code = first & (0xFFU >> (bytes + 1));
-    for (std::size_t i = 1; i < bytes; ++i) {
-        if ((byte(i) & 0xC0U) != 0x80U) {
-            return {first, 1};
-        }
-        code = code << 6U | (byte(i) & 0x3FU);
-    }
-    return {code, bytes};
+    const util::Utf8Character found = util::firstUtf8Character(text);
+    return found.length != 0 ? Character{found.character, found.length}
+                             : Character{static_cast<unsigned char>(text.front()), 1};
 }
 
 struct Range {

@@ -162,7 +162,9 @@ void addReadVerbs(CLI::App& app, Context& context) {
     const auto explained = add("keywords", "Tell the words of texts that speak most strongly for a class",
                                "morvane keywords languages --text \"the house on the hill\"", keywords);
     for (const auto& verb : {classified, explained}) {
-        verb.first->add_option("CLASSIFIER", verb.second->classifier, "Name of the classifier")->required();
+        verb.first->add_option("CLASSIFIER", verb.second->classifier, "Name of the classifier")
+            ->required()
+            ->type_name("");
         verb.second->texts.declare(*verb.first);
     }
     classified.first->add_flag("-a,--all", classified.second->all, "Show all classes, not only the best");

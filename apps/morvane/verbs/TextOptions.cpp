@@ -3,8 +3,10 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
+#include <cstdio>
+#include <istream>
 #include <iterator>
+#include <memory>
 #include <system_error>
 
 #include "Failure.h"
@@ -29,29 +31,34 @@ void addLines(const NamedText& whole, std::vector<NamedText>& texts) {
 }  // namespace
 
 std::string readInput(const std::string& file, Context& context) {
-    std::ifstream opened;
-    if (file != "-") {
-        opened.open(file, std::ios::binary);
+    if (file == "-") {
+        std::string bytes(std::istreambuf_iterator<char>(context.in()), {});
+        if (context.in().bad()) {
+            throw Failure{ExitCode::LOCAL_FILE, "Standard input can't be read."};
+        }
+        return bytes;
     }
-    std::istream& in = file == "-" ? context.in() : opened;
-    errno = 0;
+    // Not a file stream: it wouldn't tell why it fails.
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> opened(std::fopen(file.c_str(), "rbe"),
+                                                                 std::fclose);
     std::string bytes;
-    try {
-        // A folder can be opened, but the first read fails, with an exception where iterators read.
-        bytes.assign(std::istreambuf_iterator<char>(in), {});
-    } catch (const std::ios::failure&) {
-        in.setstate(std::ios::badbit);
+    char buffer[64 * 1024];
+    while (opened != nullptr) {
+        const std::size_t count = std::fread(buffer, 1, sizeof(buffer), opened.get());
+        bytes.append(buffer, count);
+        if (count < sizeof(buffer)) {
+            break;
+        }
     }
-    if (in.bad() || (file != "-" && !opened.is_open())) {
-        const std::string why = errno != 0 ? ": " + std::generic_category().message(errno) : "";
-        throw Failure{ExitCode::LOCAL_FILE, (file == "-" ? "Standard input" : "The file '" + file + "'") +
-                                                " can't be read" + why + "."};
+    if (opened == nullptr || std::ferror(opened.get()) != 0) {
+        throw Failure{ExitCode::LOCAL_FILE, "The file '" + file + "' can't be read: " +
+                                                std::generic_category().message(errno) + "."};
     }
     return bytes;
 }
 
 void TextOptions::declare(CLI::App& verb) {
-    verb.add_option("FILE", _files, "Files with a text each; - is standard input");
+    verb.add_option("FILE", _files, "Files with a text each; - is standard input")->type_name("");
     verb.add_option("-t,--text", _texts, "A text itself; may stand several times")
         ->type_name("TEXT")
         ->allow_extra_args(false);

@@ -110,24 +110,30 @@ void addWriteVerbs(CLI::App& app, Context& context) {
                          void (*run)(Context&, const WriteOptions&)) {
         CLI::App& verb = addVerb(app, name, description, example);
         const auto options = std::make_shared<WriteOptions>();
-        verb.add_option("CLASSIFIER", options->classifier, "Name of the classifier")->required();
+        verb.add_option("CLASSIFIER", options->classifier, "Name of the classifier")
+            ->required()
+            ->type_name("");
         verb.callback([&context, options, run] { run(context, *options); });
         return std::pair<CLI::App*, WriteOptions*>(&verb, options.get());
     };
 
     const auto created = add("create", "Make a classifier, with classes or without",
                              "morvane create languages english swedish", create);
-    created.first->add_option("CLASS", created.second->classes, "Its first classes");
+    created.first->add_option("CLASS", created.second->classes, "Its first classes")->type_name("");
 
     add("remove", "Remove a classifier and all that it has learned", "morvane remove languages", remove);
 
     const auto added =
         add("add-class", "Add classes to a classifier", "morvane add-class languages danish", addClasses);
-    added.first->add_option("CLASS", added.second->classes, "Names of the classes")->required();
+    added.first->add_option("CLASS", added.second->classes, "Names of the classes")
+        ->required()
+        ->type_name("");
 
     const auto removed = add("remove-class", "Remove classes with all that they have learned",
                              "morvane remove-class languages danish", removeClasses);
-    removed.first->add_option("CLASS", removed.second->classes, "Names of the classes")->required();
+    removed.first->add_option("CLASS", removed.second->classes, "Names of the classes")
+        ->required()
+        ->type_name("");
 
     const auto trained = add("train", "Show a classifier texts of a class",
                              "morvane train languages swedish a.txt b.txt\n"
@@ -138,13 +144,15 @@ void addWriteVerbs(CLI::App& app, Context& context) {
                                "morvane untrain languages swedish a.txt",
                                [](Context& c, const WriteOptions& o) { learn(c, o, false); });
     for (const auto& verb : {trained, untrained}) {
-        verb.first->add_option("CLASS", verb.second->className, "Name of the class")->required();
+        verb.first->add_option("CLASS", verb.second->className, "Name of the class")
+            ->required()
+            ->type_name("");
         verb.second->texts.declare(*verb.first);
     }
     trained.first
         ->add_option("--max-size", trained.second->maxSize, "Refuse if the stored classifier has this size")
         ->type_name("BYTES")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(1, INT32_MAX).description(""));
 }
 
 }  // namespace halvern::morvane::client

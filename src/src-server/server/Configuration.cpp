@@ -34,6 +34,15 @@ bool readBoolean(const Element& root, const char* key) {
 ConfigurationReader::ConfigurationReader(std::string schemaPath) : _schemaPath(std::move(schemaPath)) {}
 
 Configuration ConfigurationReader::read(const std::string& path, const LogSettings& setLog) const {
+    return readLoaded([&](Document& document) { document.load(path); }, setLog);
+}
+
+Configuration ConfigurationReader::readText(const std::string& text) const {
+    return readLoaded([&](Document& document) { document.loadXml(text); }, [](std::uint32_t, bool) {});
+}
+
+template <class Load>
+Configuration ConfigurationReader::readLoaded(Load load, const LogSettings& setLog) const {
     Document schema;
     schema.load(_schemaPath);
     const std::string targetNamespace = schema.getTargetNamespace();
@@ -42,7 +51,7 @@ Configuration ConfigurationReader::read(const std::string& path, const LogSettin
 
     Document document(schemas);
     document.setSelectionNamespaces("xmlns:mv='" + targetNamespace + "'");
-    document.load(path);
+    load(document);
     document.validate();
 
     Configuration configuration;

@@ -37,7 +37,13 @@ public:
     // logLevel::LogLevelException.
     Configuration read(const std::string& path, const LogSettings& setLog) const;
 
+    // The same for a document that lies in memory and no log.
+    Configuration readText(const std::string& text) const;
+
 private:
+    template <class Load>
+    Configuration readLoaded(Load load, const LogSettings& setLog) const;
+
     std::string _schemaPath;
 };
 
