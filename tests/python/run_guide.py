@@ -6,7 +6,7 @@ Each guide gets a server of its own and a folder of its own with copies of examp
 are run there by one bash, which ends at the first command that fails:
 
     ```sh        commands. The built programs are on the PATH, and MORVANE_SERVER names the server, whose port
-                 also takes the place of 9400
+                 also takes the place of 9400. ROOT and LOGS are the folders of its classifiers and its log
     ```python    a program, with clients/python/morvane.py at hand
     ```text      directly behind one of these: what it prints. "…" stands for any characters of a line, and
                  a line of nothing else for any lines
@@ -69,6 +69,8 @@ def run(steps: list[Step]) -> tuple[bool, list[str]]:
             shutil.copytree(ROOT / name, pathlib.Path(folder, name))
         environment = {
             "HOME": folder,
+            "ROOT": str(server.folder / "classifiers"),
+            "LOGS": str(server.folder / "logs"),
             "MORVANE_SERVER": f"127.0.0.1:{server.port}",
             "PATH": f"{PROGRAM.parent}:{os.environ['PATH']}",
             "PYTHONPATH": str(pathlib.Path(folder, "clients", "python")),
@@ -85,7 +87,8 @@ def run(steps: list[Step]) -> tuple[bool, list[str]]:
             encoding="utf-8",
             timeout=600,
         )
-        text = done.stdout.replace(f"127.0.0.1:{server.port}", "127.0.0.1:9400").replace(folder, "…")
+        text = re.sub(rf"(127\.0\.0\.1:|port ){server.port}\b", r"\g<1>9400", done.stdout)
+        text = text.replace(folder, "…")
     outputs = text.split(END_OF_BLOCK)
     good = done.returncode == 0 and len(outputs) == len(steps) + 1
     return good, outputs[:-1] if good else outputs
