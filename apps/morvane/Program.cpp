@@ -9,6 +9,7 @@
 #include "terminal/Json.h"
 #include "verbs/BenchVerb.h"
 #include "verbs/ConfigVerbs.h"
+#include "verbs/FileVerbs.h"
 #include "verbs/ReadVerbs.h"
 #include "verbs/RequestVerb.h"
 #include "verbs/WriteVerbs.h"
@@ -100,6 +101,7 @@ void declareCommandLine(CLI::App& app, Context& context) {
     addRequestVerb(app, context);
     addBenchVerb(app, context);
     addConfigVerbs(app, context);
+    addFileVerbs(app, context);
 }
 
 int Program::run(const std::vector<std::string>& arguments) {
