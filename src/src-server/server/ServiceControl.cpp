@@ -16,7 +16,6 @@ using windows::services::SCManagerFactory;
 using windows::services::Service;
 using windows::services::ServiceAccount;
 
-constexpr const char* SERVICE_DESCRIPTION = "Manages text classification requests.";
 constexpr std::uint16_t FIRST_FREE_PORT = 1024;
 
 std::string sentence(const std::string& serviceName, const char* what) {
@@ -53,6 +52,22 @@ std::unique_ptr<Service> openInstalled(const std::string& serviceName, const SCM
 
 }  // namespace
 
+windows::services::ServiceDefinition serviceDefinition(const std::string& serviceName,
+                                                       const std::string& program,
+                                                       const std::string& configPath,
+                                                       const std::string& account,
+                                                       const std::string& logFolder,
+                                                       const std::string& rootFolder, std::uint16_t port) {
+    return {
+        .name = serviceName,
+        .displayName = serviceName,
+        .command = {program, "-scm", "-config", configPath},
+        .account = account,
+        .writableFolders = {logFolder, rootFolder},
+        .bindsPrivilegedPort = port < FIRST_FREE_PORT,
+    };
+}
+
 void installService(const std::string& serviceName, const std::string& configPath,
                     const ConfigurationReader& configurationReader,
                     const windows::file::CreateFolder& createFolder, const SCManagerFactory& managers) {
@@ -66,14 +81,9 @@ void installService(const std::string& serviceName, const std::string& configPat
     const ServiceAccount account = accountFor(root, createFolder);
     const std::string user = account.name();
     prepareLogs(account, createFolder);
-    const std::unique_ptr<Service> service = manager->createService({
-        .name = serviceName,
-        .displayName = serviceName,
-        .command = {windows::file::ModuleImpl().fileName(), "-scm", "-config", configPath},
-        .account = user,
-        .writableFolders = {std::filesystem::canonical(LOG_DIRECTORY), std::filesystem::canonical(root)},
-        .bindsPrivilegedPort = configuration.port < FIRST_FREE_PORT,
-    });
+    const std::unique_ptr<Service> service = manager->createService(serviceDefinition(
+        serviceName, windows::file::ModuleImpl().fileName(), configPath, user,
+        std::filesystem::canonical(LOG_DIRECTORY), std::filesystem::canonical(root), configuration.port));
     service->setDescription(SERVICE_DESCRIPTION);
 }
 

@@ -8,6 +8,18 @@
 
 namespace halvern::morvane {
 
+inline constexpr const char* SERVICE_NAME = "Morvane Server";
+inline constexpr const char* SERVICE_DESCRIPTION = "Manages text classification requests.";
+
+// The service of a server whose program, log folder and root folder are given by their full paths. An empty
+// account is the superuser's.
+windows::services::ServiceDefinition serviceDefinition(const std::string& serviceName,
+                                                       const std::string& program,
+                                                       const std::string& configPath,
+                                                       const std::string& account,
+                                                       const std::string& logFolder,
+                                                       const std::string& rootFolder, std::uint16_t port);
+
 // The operations of the command line on the server as a service of this machine. All of them throw
 // SCManagerException and ServiceException of windows::services. Except for installService, they throw
 // ServiceDoesNotExistsException for a service that isn't installed.

@@ -44,7 +44,6 @@ using windows::services::ServiceState;
 
 namespace {
 
-constexpr const char* SERVICE_NAME = "Morvane Server";
 // Reported when the service has ended because it lost the manager.
 constexpr std::uint32_t MANAGER_LOST = 987654;
 constexpr std::uint64_t MEGABYTE = 1'000'000;
