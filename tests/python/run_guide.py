@@ -2,8 +2,8 @@
 
     MORVANE_PROGRAM=build/debug/bin/morvaneserver python3 tests/python/run_guide.py [--update] GUIDE...
 
-Each guide gets a server of its own and a folder of its own with copies of examples/ and clients/. All its blocks
-are run there by one bash, which ends at the first command that fails:
+Each guide gets a server of its own and a folder of its own with copies of examples/ and clients/. All its
+blocks are run there by one bash, which ends at the first command that fails:
 
     ```sh        commands. The built programs are on the PATH, and MORVANE_SERVER names the server, whose port
                  also takes the place of 9400. ROOT and LOGS are the folders of its classifiers and its log
@@ -11,8 +11,8 @@ are run there by one bash, which ends at the first command that fails:
     ```text      directly behind one of these: what it prints. "…" stands for any characters of a line, and
                  a line of nothing else for any lines
 
-Blocks of other kinds are only read. With --update, outputs that differ are written into the guide, to be looked
-at before they are kept.
+Blocks of other kinds are only read. With --update, outputs that differ are written into the guide, to be
+looked at before they are kept.
 """
 
 from __future__ import annotations
