@@ -33,8 +33,8 @@ struct Settings {
 
 // What the command line says; what it leaves out is looked up elsewhere.
 struct GlobalOptions {
-    std::string server;
-    std::optional<double> timeoutSeconds;
+    std::string server = {};
+    std::optional<double> timeoutSeconds = {};
     bool json = false;
 };
 

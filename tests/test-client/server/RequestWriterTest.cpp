@@ -1,0 +1,115 @@
+#include "server/RequestWriter.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/ClientRun.h"
+#include "support/Xml.h"
+#include "util/Base64.h"
+
+namespace halvern::morvane::client {
+namespace {
+
+using support::clientFailureOf;
+using testing::HasSubstr;
+using windows::com::xml::Element;
+
+class RequestWriterTest : public testing::Test {
+protected:
+    const support::LoadedSchema _schema{MORVANE_SCHEMAS "/server/RequestSchema.xsd"};
+};
+
+TEST_F(RequestWriterTest, WhateverTheNamesAndTextsTheRequestIsValidAndSaysThem) {
+    const std::string odd = "r\xC3\xA4\xC2\x9F & \xE4 ' {1}";  // both encodings, a C1 byte, an ampersand
+    const std::string oddClass = odd + " <\"/\\:*>";
+    std::string bytes;
+    for (int byte = 0; byte < 256; ++byte) {
+        bytes += static_cast<char>(byte);
+    }
+    RequestWriter request(odd);
+    request.setMaxSize(4096);
+    const std::string text = request.addText(bytes);
+    const std::string empty = request.addText("");
+    request.classify(odd, text);
+    request.classifyKeywords("other", empty);
+    request.getInformation(std::string(128, 'n'));
+    for (const auto& write : {&RequestWriter::create, &RequestWriter::remove}) {
+        (request.*write)();
+    }
+    request.addClass(oddClass);
+    request.removeClass(std::string(256, 'c'));
+    EXPECT_EQ(request.train(oddClass, text), "8");
+    request.untrain(oddClass, empty);
+
+    const std::string xml = request.document();
+    EXPECT_EQ(_schema.problemOf(xml), "");
+    EXPECT_GE(request.size(), xml.size());
+    EXPECT_LT(request.size(), xml.size() + 600);
+    EXPECT_EQ(request.callCount(), 9U);
+
+    windows::com::xml::Document document = _schema.newDocument();
+    document.loadXml(xml);
+    util::Bytes decoded;
+    util::Base64DecoderImpl().decode(document.getElement("//mv:textBase64[@id='1']").getText(), decoded);
+    EXPECT_EQ(std::string(decoded.begin(), decoded.end()), bytes);
+    EXPECT_EQ(document.getElement("//mv:writeCalls").getAttribute("classifierName"), odd);
+    EXPECT_EQ(document.getElement("//mv:writeCalls").getAttribute("maxSize"), "4096");
+    EXPECT_EQ(document.getElement("//mv:train").getAttribute("className"), oddClass);
+    EXPECT_EQ(document.getElement("//mv:untrain").getAttribute("textId"), empty);
+}
+
+TEST_F(RequestWriterTest, WhatTheSchemaWouldRefuseIsRefusedHereInWords) {
+    const std::string control = "a\tb";
+    const std::string deleted = "a\x7F";
+    for (const std::string& name :
+         {std::string(), std::string(".a"), std::string("a/b"), std::string("a\\b"), std::string("a:b"),
+          std::string("a*"), std::string("a?"), std::string("a\"b"), std::string("<a"), std::string("a>"),
+          std::string("a|b"), control, deleted, std::string(129, 'n')}) {
+        EXPECT_EQ(clientFailureOf([&] { RequestWriter().getInformation(name); }).code, ExitCode::USAGE)
+            << name;
+        EXPECT_EQ(clientFailureOf([&] { RequestWriter(name).create(); }).code, ExitCode::USAGE) << name;
+    }
+    for (const std::string& name : {std::string(), control, deleted, std::string(257, 'c')}) {
+        EXPECT_EQ(clientFailureOf([&] { RequestWriter("a").addClass(name); }).code, ExitCode::USAGE) << name;
+    }
+}
+
+TEST_F(RequestWriterTest, ListsEndAtTheLengthThatTheServerTakes) {
+    RequestWriter request("a");
+    for (std::size_t i = 0; i < RequestWriter::MAX_ELEMENTS; ++i) {
+        request.train("c", request.addText("x"));
+    }
+    const std::size_t before = request.size();
+    for (const Failure& failure : {clientFailureOf([&] { request.addText("y"); }),
+                                   clientFailureOf([&] { request.train("c", "1"); })}) {
+        EXPECT_EQ(failure.code, ExitCode::USAGE);
+        EXPECT_THAT(failure.message, HasSubstr("100000"));
+    }
+    EXPECT_EQ(request.size(), before);
+    EXPECT_EQ(clientFailureOf([&] { request.getInformation("a"); }).code, ExitCode::DONE);
+}
+
+TEST_F(RequestWriterTest, ATrainingIsNeverLargerThanForetold) {
+    for (const std::string& className : {std::string("c"), std::string(256, '&'), std::string(256, '"')}) {
+        for (const std::size_t length : {0, 1, 2, 3, 1000}) {
+            RequestWriter request("a");
+            const std::size_t before = request.size();
+            request.train(className, request.addText(std::string(length, 't')));
+            EXPECT_LE(request.size(),
+                      before + RequestWriter::sizeOfTraining(className, std::string(length, 't')));
+        }
+    }
+}
+
+TEST_F(RequestWriterTest, CallsAreDescribedByTheirId) {
+    RequestWriter request("mail");
+    const std::string text = request.addText("x");
+    EXPECT_EQ(request.describe(request.train("spam", text, "a.txt")), "train spam with a.txt");
+    EXPECT_EQ(request.describe(request.classify("mail", text, "a.txt")), "classify a.txt");
+    for (const char* id : {"", "0", "3", "1x", "-1", "99999999999999999999"}) {
+        EXPECT_EQ(request.describe(id), "") << id;
+    }
+}
+
+}  // namespace
+}  // namespace halvern::morvane::client
