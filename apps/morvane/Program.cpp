@@ -9,7 +9,9 @@
 #include "terminal/Json.h"
 #include "verbs/BenchVerb.h"
 #include "verbs/ConfigVerbs.h"
+#include "verbs/EvaluateVerb.h"
 #include "verbs/FileVerbs.h"
+#include "verbs/ImportVerb.h"
 #include "verbs/ReadVerbs.h"
 #include "verbs/RequestVerb.h"
 #include "verbs/WriteVerbs.h"
@@ -102,6 +104,8 @@ void declareCommandLine(CLI::App& app, Context& context) {
     addBenchVerb(app, context);
     addConfigVerbs(app, context);
     addFileVerbs(app, context);
+    addImportVerb(app, context);
+    addEvaluateVerb(app, context);
 }
 
 int Program::run(const std::vector<std::string>& arguments) {
