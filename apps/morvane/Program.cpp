@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "Failure.h"
+#include "completion/CompleteCommand.h"
 #include "exceptions/Exception.h"
 #include "terminal/Json.h"
 #include "verbs/BenchVerb.h"
@@ -112,12 +113,20 @@ int Program::run(const std::vector<std::string>& arguments) {
     const windows::com::xml::Library library;
     CLI::App app;
     declareCommandLine(app, _context);
+    // No verb among the others: what it is given are the words of a command line that isn't finished.
+    if (!arguments.empty() && arguments.front() == "complete") {
+        runComplete(app, _context, {arguments.begin() + 1, arguments.end()});
+        return static_cast<int>(ExitCode::DONE);
+    }
     try {
         // CLI11 takes them from the back.
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
         _context.out().flush();
         if (!_context.out()) {
             throw Failure{ExitCode::LOCAL_FILE, "The output can't be written.", "Is the disk full?"};
+        }
+        if (_context.exitCode == ExitCode::DONE) {
+            rememberNames(app, _context);
         }
         return static_cast<int>(_context.exitCode);
     } catch (const CLI::Success& e) {

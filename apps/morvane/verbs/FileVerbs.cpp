@@ -254,7 +254,9 @@ std::pair<CLI::App*, FileOptions*> add(CLI::App& family, Context& context, const
 }
 
 void declareOutput(CLI::App& verb, FileOptions& options) {
-    verb.add_option("-o,--output", options.output, "File to write, as a whole or not at all")->required();
+    verb.add_option("-o,--output", options.output, "File to write, as a whole or not at all")
+        ->required()
+        ->type_name("FILE");
     verb.add_flag("--force", options.force, "Replace the file if it exists");
 }
 
@@ -268,17 +270,17 @@ void addFileVerbs(CLI::App& app, Context& context) {
 
     const auto shown = add(family, context, "info", "Tell what a classifier file holds",
                            "morvane file info languages.dat", info);
-    shown.first->add_option("FILE", shown.second->file, "Classifier file")->required();
+    shown.first->add_option("FILE", shown.second->file, "Classifier file")->required()->type_name("");
 
     const auto verified = add(family, context, "verify",
                               "Check every guarantee of the data format; exit code 5 if one is broken",
                               "morvane file verify *.dat", verify);
-    verified.first->add_option("FILE", verified.second->files, "Classifier files")->required();
+    verified.first->add_option("FILE", verified.second->files, "Classifier files")->required()->type_name("");
     verified.first->add_flag("-a,--all", verified.second->all, "Show all complaints, not only the first 20");
 
     const auto dumped = add(family, context, "dump", "Write a classifier file as lines of JSON",
                             "morvane file dump languages.dat | jq -c 'select(.count > 9)'", dump);
-    dumped.first->add_option("FILE", dumped.second->file, "Classifier file")->required();
+    dumped.first->add_option("FILE", dumped.second->file, "Classifier file")->required()->type_name("");
 
     const auto loaded = add(family, context, "load", "Make a classifier file from lines as dump writes them",
                             "morvane file dump languages.dat > languages.jsonl\n"
@@ -292,13 +294,17 @@ void addFileVerbs(CLI::App& app, Context& context) {
             "morvane file merge monday.dat tuesday.dat -o both.dat", merge);
     summed.first->add_option("FILE", summed.second->files, "Classifier files, two or more")
         ->required()
+        ->type_name("")
         ->expected(2, -1);
     declareOutput(*summed.first, *summed.second);
 
     const auto reduced =
         add(family, context, "subtract", "Take what the second classifier has learned off the first",
             "morvane file subtract both.dat monday.dat -o tuesday.dat", subtract);
-    reduced.first->add_option("FILE", reduced.second->files, "Two classifier files")->required()->expected(2);
+    reduced.first->add_option("FILE", reduced.second->files, "Two classifier files")
+        ->required()
+        ->type_name("")
+        ->expected(2);
     declareOutput(*reduced.first, *reduced.second);
 }
 
