@@ -43,6 +43,12 @@ private:
     int _number;
 };
 
+// Whether closing throws away what is still to be sent, and tells the other side so.
+void setLinger(int descriptor, bool isReset) {
+    const linger now = {isReset ? 1 : 0, 0};
+    ::setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &now, sizeof(now));
+}
+
 std::string words(int error) { return std::generic_category().message(error); }
 
 // A caller whose own port the system happens to choose equal to the one that it calls is connected to itself.
@@ -75,7 +81,12 @@ std::string SocketExchange::ask(const std::string& request) {
         resolve();
     }
     const Descriptor connection(connectAny(interrupts));
-    return converse(connection.get(), request, interrupts);
+    // Whoever gives up, or dies, resets the connection: what the system hasn't delivered yet must not reach the server
+    // at a time when the request is taken for lost and sent again.
+    setLinger(connection.get(), true);
+    std::string answer = converse(connection.get(), request, interrupts);
+    setLinger(connection.get(), false);
+    return answer;
 }
 
 void SocketExchange::resolve() {
@@ -140,8 +151,7 @@ int SocketExchange::connectTo(const Endpoint& endpoint, const Interrupts& interr
     }
     if (error == 0 && isConnectedToItself(connection.get())) {
         // A reset frees the port for a server that may want it.
-        const linger now = {1, 0};
-        ::setsockopt(connection.get(), SOL_SOCKET, SO_LINGER, &now, sizeof(now));
+        setLinger(connection.get(), true);
         error = ECONNREFUSED;
     }
     return error == 0 ? connection.release() : -1;
