@@ -8,8 +8,8 @@ blocks are run there by one bash, which ends at the first command that fails:
     ```sh        commands. The built programs are on the PATH, and MORVANE_SERVER names the server, whose port
                  also takes the place of 9400. ROOT and LOGS are the folders of its classifiers and its log
     ```python    a program, with clients/python/morvane.py at hand
-    ```text      directly behind one of these: what it prints. "…" stands for any characters of a line, and
-                 a line of nothing else for any lines
+    ```text      or xml, directly behind one of these: what it prints. "…" stands for any characters of a
+                 line, and a line of nothing else for any lines
 
 Blocks of other kinds are only read. With --update, outputs that differ are written into the guide, to be
 looked at before they are kept.
@@ -30,7 +30,9 @@ from served import Served
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PROGRAM = pathlib.Path(os.environ["MORVANE_PROGRAM"]).resolve()
-BLOCK = re.compile(r"^```(sh|python)\n(.*?)^```\n(?:\n?```text\n(.*?)^```\n)?", re.MULTILINE | re.DOTALL)
+BLOCK = re.compile(
+    r"^```(sh|python)\n(.*?)^```\n(?:\n?```(?:text|xml)\n(.*?)^```\n)?", re.MULTILINE | re.DOTALL
+)
 END_OF_BLOCK = "\x1e"
 
 
