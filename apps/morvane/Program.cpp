@@ -1,8 +1,10 @@
 #include "Program.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <sstream>
 
 #include "Failure.h"
 #include "completion/CompleteCommand.h"
@@ -82,13 +84,54 @@ std::string wordsOf(const CLI::ParseError& error, const CLI::App& app) {
                         : "There is no verb '" + rest.front() + "'.";
 }
 
+// The words of a description in lines that fit beside the names of options into 80 columns.
+std::string wrapped(const std::string& description) {
+    constexpr std::size_t WIDTH = 50;
+    std::istringstream words(description);
+    std::string text;
+    std::size_t column = 0;
+    for (std::string word; words >> word;) {
+        const bool isFirst = text.empty();
+        const bool fits = column + 1 + word.size() <= WIDTH;
+        text += isFirst ? "" : fits ? " " : "\n";
+        column = (fits && !isFirst ? column + 1 : 0) + word.size();
+        text += word;
+    }
+    return text;
+}
+
+// The library would show the kind of each value and the words of each check, which say less than descriptions
+// do.
+class PlainFormatter final : public CLI::Formatter {
+public:
+    std::string make_option_desc(const CLI::Option* option) const override {
+        return wrapped(option->get_description());
+    }
+
+    std::string make_option_opts(const CLI::Option* option) const override {
+        const std::string type = option->get_type_name();
+        if (option->get_positional() || type.empty() || option->get_type_size() == 0) {
+            return "";
+        }
+        const std::string kind = type.substr(0, type.find(':'));
+        const bool isNumber = kind == "INT" || kind == "UINT" || kind == "FLOAT";
+        const std::string standard = option->get_default_str();
+        return " " +
+               (isNumber         ? "N"
+                : kind == "TEXT" ? kind
+                                 : type) +
+               (standard.empty() ? "" : " (" + standard + ")");
+    }
+};
+
 }  // namespace
 
 void declareCommandLine(CLI::App& app, Context& context) {
+    app.formatter(std::make_shared<PlainFormatter>());
     app.name("morvane");
     app.description("Tells texts apart, with the help of a Morvane server.");
     app.footer(FOOTER);
-    app.set_help_flag("-h,--help", "Show this help; behind a verb, the help of that verb");
+    app.set_help_flag("-h,--help", "Show help; behind a verb, help on that verb");
     app.set_version_flag("--version", VERSION, "Show the version");
     app.add_option("--server", context.options().server, "Where the server listens; IPv6 as [::1]:9400")
         ->type_name("HOST:PORT");
@@ -134,6 +177,8 @@ int Program::run(const std::vector<std::string>& arguments) {
         app.exit(e, _context.out(), _context.err());
         return static_cast<int>(ExitCode::DONE);
     } catch (const CLI::ParseError& e) {
+        // It is set only once the whole line has been understood.
+        _context.options().json = std::count(arguments.begin(), arguments.end(), "--json") != 0;
         showFailure({ExitCode::USAGE, wordsOf(e, app), "'" + pathOf(app) + " --help' shows how it is meant."},
                     _context);
         return static_cast<int>(ExitCode::USAGE);
@@ -147,6 +192,9 @@ int Program::run(const std::vector<std::string>& arguments) {
     } catch (const std::bad_alloc&) {
         showFailure({ExitCode::LOCAL_FILE, "The memory of this machine is used up.", "Do less at once."},
                     _context);
+        return static_cast<int>(ExitCode::LOCAL_FILE);
+    } catch (const std::exception& e) {
+        showFailure({ExitCode::LOCAL_FILE, e.what()}, _context);
         return static_cast<int>(ExitCode::LOCAL_FILE);
     }
 }

@@ -179,6 +179,7 @@ TEST(ProgramTest, WhatIsWrongIsToldOnStandardErrorAndByTheExitCode) {
         EXPECT_TRUE(run.requests.empty());
     }
     ClientRun run;
+    EXPECT_EQ(json::parse(run.run({"info", "--json"}).err).at("error").at("exitCode"), 2);
     run.answer = [](const std::string&) -> std::string {
         throw Failure{ExitCode::INTERRUPTED, "Interrupted."};
     };

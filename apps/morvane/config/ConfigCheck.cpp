@@ -4,6 +4,7 @@
 #include <array>
 #include <optional>
 
+#include "Failure.h"
 #include "platform/memory/MemoryStatus.h"
 #include "server/Configuration.h"
 #include "server/Memory.h"
@@ -158,6 +159,13 @@ void noteConsequences(const Configuration& configuration, ConfigFindings& findin
 
 ConfigFindings checkConfig(const std::string& schemaPath, const std::string& text) {
     ConfigFindings findings;
+    try {
+        Document().load(schemaPath);
+    } catch (const windows::com::xml::XMLException& e) {
+        throw Failure{ExitCode::LOCAL_FILE,
+                      "The schema " + schemaPath + " can't be read: " + withoutDetails(e.what()),
+                      "It has to lie beside the program, in xml/schemas/config/. Install it again."};
+    }
     const ConfigurationReader reader(schemaPath);
     std::string firstFailure;
     try {

@@ -12,8 +12,8 @@ struct ConfigFindings {
 };
 
 // Reads a configuration with the server's own schema and reader, and beyond the first failure, at which the
-// server stops. schemaPath is that of ConfigSchema.xsd. Needs a
-// windows::com::xml::Library.
+// server stops. schemaPath is that of ConfigSchema.xsd. Throws
+// Failure with LOCAL_FILE if that can't be read. Needs a windows::com::xml::Library.
 ConfigFindings checkConfig(const std::string& schemaPath, const std::string& document);
 
 // A configuration to begin with, which explains itself.

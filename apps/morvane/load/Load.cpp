@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cmath>
 #include <deque>
+#include <system_error>
 #include <thread>
 
 #include "server/Answer.h"
@@ -24,8 +25,10 @@ public:
         : _plan(plan), _exchange(std::move(exchange)), _next(first) {}
 
     // Until the end, or until no request is left; also until Ctrl-C.
-    void run(Clock::time_point end, std::atomic<std::uint64_t>& started, const Interrupts& interrupts) {
-        while (!interrupts.requested() && (_plan.count != 0 ? started++ < _plan.count : Clock::now() < end)) {
+    void run(Clock::time_point end, std::atomic<std::uint64_t>& started, const std::atomic<bool>& isCancelled,
+             const Interrupts& interrupts) {
+        while (!interrupts.requested() && !isCancelled &&
+               (_plan.count != 0 ? started++ < _plan.count : Clock::now() < end)) {
             askOnce(_plan.requests[_next++ % _plan.requests.size()]);
         }
     }
@@ -83,11 +86,21 @@ LoadResult runLoad(const LoadPlan& plan, const std::function<std::unique_ptr<Exc
         clients.emplace_back(plan, connect(), i);
     }
     std::atomic<std::uint64_t> started = 0;
+    std::atomic<bool> isCancelled = false;
     const Clock::time_point start = Clock::now();
     {
         std::vector<std::jthread> threads;
-        for (Client& client : clients) {
-            threads.emplace_back([&] { client.run(start + plan.time, started, interrupts); });
+        try {
+            for (Client& client : clients) {
+                threads.emplace_back(
+                    [&] { client.run(start + plan.time, started, isCancelled, interrupts); });
+            }
+        } catch (const std::system_error& e) {
+            isCancelled = true;
+            throw Failure{
+                ExitCode::UNREACHABLE,
+                "This machine has no threads for so many clients: " + std::string(e.what()) + ".",
+                "Take fewer: --clients " + std::to_string(std::max<std::size_t>(threads.size(), 1)) + "."};
         }
     }
     LoadResult all;

@@ -179,7 +179,7 @@ std::string SocketExchange::converse(int descriptor, const std::string& request,
         if (ready == 0) {
             throw Failure{ExitCode::UNREACHABLE,
                           "The server at " + server + " has been silent for " +
-                              std::to_string(_settings.timeout.count() / 1000) + " seconds.",
+                              std::to_string(_settings.timeout.count()) + " ms.",
                           std::string("Give it more time with --timeout SECONDS. ") + MAY_HAVE_RUN};
         }
         if (isSending && (ready & POLLOUT) != 0) {

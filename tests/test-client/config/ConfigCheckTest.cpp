@@ -96,6 +96,9 @@ TEST(ConfigCheckTest, WhatInitWritesIsSoundAndNothingIsOverwrittenUnasked) {
     std::filesystem::create_directory_symlink(std::filesystem::path(MORVANE_SCHEMAS).parent_path(),
                                               folder.file("xml"));
     EXPECT_EQ(run.run({"config", "check", file}).exitCode, 0) << run.out;
+    run.programFolder = folder.file("none/");
+    EXPECT_EQ(run.run({"config", "check", file}).exitCode, 4) << "Without a schema, nothing is known";
+    run.programFolder = folder.path() + "/";
     support::writeFile(file, "<morvane/>");
     EXPECT_EQ(run.run({"config", "check", file}).exitCode, 5);
     EXPECT_TRUE(run.servers.empty()) << "No server is needed for any of it";
