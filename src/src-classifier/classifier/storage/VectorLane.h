@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "classifier/storage/LaneBase.h"
+#include "classifier/storage/SparseIndex.h"
 #include "classifier/storage/StorageTypes.h"
 
 namespace halvern::classifier::storage {
@@ -53,13 +54,27 @@ private:
     };
     using Temporary = boost::unordered_set<Record, Hash>;
 
-    // The first record of _permanent that below doesn't hold for.
+    static std::uint64_t firstWord(const char* feature);
+    static void describe(const Records& records, SparseIndex& index);
+
+    // Finds the first record of the block in which each feature has to be searched.
+    template <std::size_t Count>
+    void findBlocks(const char* const* features, const Record** places) const;
+    // Moves each place to the first of so many records that below(record, index of the place) doesn't hold
+    // for.
+    template <std::size_t Count, class Below>
+    static void halve(const Record* (&places)[Count], std::size_t size, const Below& below);
+    // The same from the first record of a block on, however far.
+    template <std::size_t Count, class Below>
+    void searchBlocks(const Record* (&places)[Count], const Below& below) const;
+    // Moves each place from the first record of its block to the first that isn't below the feature.
+    template <std::size_t Count>
+    void findInBlocks(const char* const* features, const Record** places) const;
+    // The first record of _permanent that below doesn't hold for. Requires that it holds for all records of
+    // lesser features, and for none of greater ones.
     template <class Below>
-    const Record* lowerBound(const Below& below) const;
+    const Record* lowerBound(const char* feature, const Below& below) const;
     const Record* findPermanent(const Record& key) const;
-    // Searches that advance together. Enough of them that one step of all takes as long as a cache miss.
-    static constexpr std::size_t groupSize = 8;
-    void lookupGroup(const char* const* features, std::size_t count, FeatureRecords* found) const;
     FeatureRecords recordsFrom(const Record* first, const char* feature) const;
     // The first record of _permanent at or behind from that isn't below the key.
     Place firstNotBelow(const Record& key, Place from) const;
@@ -68,6 +83,7 @@ private:
     static void requireSound(const Records& records, std::uint32_t classCount);
 
     Records _permanent;                    // sorted by key, capacity equal to size when compacted
+    SparseIndex _index;                    // of _permanent
     Temporary _temporary{initialBuckets};  // never holds a key that _permanent holds, nor a count of 0
     std::int32_t _permaDeleted = 0;        // records of _permanent with a count of 0
 

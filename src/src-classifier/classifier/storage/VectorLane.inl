@@ -13,30 +13,82 @@
 // The lanes' operations, for the units that make the lanes.
 namespace halvern::classifier::storage {
 
+template <std::size_t N>
+std::uint64_t VectorLane<N>::firstWord(const char* feature) {
+    return N > 0 ? featureWord<N>(feature, 0) : 0;
+}
+
+template <std::size_t N>
+void VectorLane<N>::describe(const Records& records, SparseIndex& index) {
+    index.update(records.size(), [&](std::size_t i) { return firstWord(records[i].feature); });
+}
+
+// What a search costs is the wait for memory. Most lines of a block are asked for before it is searched, as
+// those that turn out not to be needed cost less than one wait for one that is.
+template <std::size_t N>
+template <std::size_t Count>
+void VectorLane<N>::findBlocks(const char* const* features, const Record** places) const {
+    constexpr std::size_t PARTS = 8;
+    std::uint64_t words[Count];
+    std::size_t begins[Count];
+    for (std::size_t i = 0; i < Count; ++i) {
+        words[i] = firstWord(features[i]);
+    }
+    _index.findBlocks(words, begins);
+    const std::size_t part = _index.blockLength() / PARTS;
+    for (std::size_t i = 0; i < Count; ++i) {
+        places[i] = _permanent.data() + begins[i];
+        for (std::size_t j = 1; j < PARTS; ++j) {
+            __builtin_prefetch(places[i] + j * part);
+        }
+    }
+}
+
 // Halves without a branch on the outcome, which nothing could predict: the compiler turns the choice into a
-// conditional move. What a choice costs then is the wait for memory, so both records that the next step may
-// want are asked for ahead.
+// conditional move. All searches take the same number of steps, as the outcome of a step changes only where
+// the half begins, never how long it is. So they can take each step together, and their waits overlap.
+template <std::size_t N>
+template <std::size_t Count, class Below>
+void VectorLane<N>::halve(const Record* (&places)[Count], std::size_t size, const Below& below) {
+    for (; size > 1; size -= size / 2) {
+        const std::size_t half = size / 2;
+        for (std::size_t i = 0; i < Count; ++i) {
+            places[i] = below(places[i][half - 1], i) ? places[i] + half : places[i];
+        }
+    }
+    for (std::size_t i = 0; i < Count && size > 0; ++i) {
+        places[i] += below(*places[i], i) ? 1 : 0;
+    }
+}
+
+template <std::size_t N>
+template <std::size_t Count, class Below>
+void VectorLane<N>::searchBlocks(const Record* (&places)[Count], const Below& below) const {
+    halve(places, _index.blockLength(), below);
+    const Record* const end = _permanent.data() + _permanent.size();
+    for (std::size_t i = 0; i < Count; ++i) {
+        // Where all of the block was below, more records of the same first word may follow.
+        if (places[i] != end && below(*places[i], i)) {
+            const Record* rest[] = {places[i]};
+            halve(rest, static_cast<std::size_t>(end - places[i]),
+                  [&below, i](const Record& record, std::size_t) { return below(record, i); });
+            places[i] = rest[0];
+        }
+    }
+}
+
 template <std::size_t N>
 template <class Below>
-const FeatureRecord<N>* VectorLane<N>::lowerBound(const Below& below) const {
-    const Record* base = _permanent.data();
-    std::size_t size = _permanent.size();
-    if (size == 0) {
-        return base;
-    }
-    while (size > 1) {
-        const std::size_t half = size / 2;
-        __builtin_prefetch(base + half / 2);
-        __builtin_prefetch(base + half + half / 2);
-        base = below(base[half - 1]) ? base + half : base;
-        size -= half;
-    }
-    return below(*base) ? base + 1 : base;
+const FeatureRecord<N>* VectorLane<N>::lowerBound(const char* feature, const Below& below) const {
+    const Record* place[1];
+    findBlocks<1>(&feature, place);
+    searchBlocks(place, [&below](const Record& record, std::size_t) { return below(record); });
+    return place[0];
 }
 
 template <std::size_t N>
 const FeatureRecord<N>* VectorLane<N>::findPermanent(const Record& key) const {
-    const Record* const hit = lowerBound([&key](const Record& record) { return record < key; });
+    const Record* const hit = lowerBound(key.feature, [&key](const Record& record) { return record < key; });
     return hit != _permanent.data() + _permanent.size() && *hit == key ? hit : nullptr;
 }
 
@@ -70,6 +122,7 @@ void VectorLane<N>::removeClass(std::uint16_t classIndex) {
         ++kept;
     }
     _permanent.erase(kept, _permanent.end());
+    describe(_permanent, _index);
 }
 
 template <std::size_t N>
@@ -171,7 +224,10 @@ void VectorLane<N>::compact() {
     appendLiving(tmp, old, _permanent.cend());
     CHECK(tmp.size() == newSize, "Unexpected size on new feature vector.");
 
+    SparseIndex index;
+    describe(tmp, index);
     _permanent.swap(tmp);
+    _index.swap(index);
     _temporary.swap(empty);
     _permaDeleted = 0;
 }
@@ -179,6 +235,7 @@ void VectorLane<N>::compact() {
 template <std::size_t N>
 void VectorLane<N>::clear() {
     Records().swap(_permanent);
+    SparseIndex().swap(_index);
     Temporary(initialBuckets).swap(_temporary);
     _permaDeleted = 0;
 }
@@ -197,8 +254,8 @@ ParameterAccessor& VectorLane<N>::lookup(std::string_view feature, ParameterAcce
     CHECK(isCompact(), "The lane has not been compacted since training");
     accessor.reset();
     const char* const bytes = feature.data();
-    const Record* record =
-        lowerBound([bytes](const Record& candidate) { return isFeatureBelow<N>(candidate.feature, bytes); });
+    const Record* record = lowerBound(
+        bytes, [bytes](const Record& candidate) { return isFeatureBelow<N>(candidate.feature, bytes); });
     const Record* const end = _permanent.data() + _permanent.size();
     if (record == end || !isSameFeature<N>(record->feature, bytes)) {
         return accessor;
@@ -211,47 +268,65 @@ ParameterAccessor& VectorLane<N>::lookup(std::string_view feature, ParameterAcce
     return accessor;
 }
 
+// Calls visit(size of the group, index of its first) for one group after the other. The compiler knows their
+// sizes, so that the state of their searches stays in registers.
+template <class Visit>
+void forEachGroup(std::size_t count, const Visit& visit) {
+    constexpr std::size_t LARGE = 4;
+    std::size_t next = 0;
+    for (; count - next >= LARGE; next += LARGE) {
+        visit(std::integral_constant<std::size_t, LARGE>(), next);
+    }
+    for (; count - next >= 2; next += 2) {
+        visit(std::integral_constant<std::size_t, 2>(), next);
+    }
+    if (next < count) {
+        visit(std::integral_constant<std::size_t, 1>(), next);
+    }
+}
+
 template <std::size_t N>
 void VectorLane<N>::lookupAll(const char* const* features, std::size_t count, FeatureRecords* found) const {
+    constexpr std::size_t BATCH = 32;  // as much as memory can be asked for at once
     CHECK(isCompact(), "The lane has not been compacted since training");
     if (_permanent.empty()) {
         std::fill_n(found, count, FeatureRecords{});
         return;
     }
-    for (std::size_t first = 0; first < count; first += groupSize) {
-        lookupGroup(features + first, std::min(groupSize, count - first), found + first);
+    for (std::size_t first = 0; first < count; first += BATCH) {
+        const std::size_t size = std::min(BATCH, count - first);
+        const char* const* const batch = features + first;
+        const Record* places[BATCH];
+        forEachGroup(size, [&](auto group, std::size_t next) {
+            findBlocks<decltype(group)::value>(batch + next, places + next);
+        });
+        forEachGroup(size, [&](auto group, std::size_t next) {
+            findInBlocks<decltype(group)::value>(batch + next, places + next);
+        });
+        for (std::size_t i = 0; i < size; ++i) {
+            found[first + i] = recordsFrom(places[i], batch[i]);
+        }
     }
 }
 
-// All searches of one lane take the same number of steps, as the outcome of a step changes only where the
-// half begins, never how long it is. So they can take each step together, and their cache misses overlap.
 template <std::size_t N>
-void VectorLane<N>::lookupGroup(const char* const* features, std::size_t count, FeatureRecords* found) const {
-    const Record* base[groupSize];
-    std::uint64_t firstWord[groupSize];
-    for (std::size_t i = 0; i < count; ++i) {
-        base[i] = _permanent.data();
-        firstWord[i] = N > 0 ? featureWord<N>(features[i], 0) : 0;
+template <std::size_t Count>
+void VectorLane<N>::findInBlocks(const char* const* features, const Record** places) const {
+    const Record* group[Count];
+    std::uint64_t words[Count];
+    for (std::size_t i = 0; i < Count; ++i) {
+        group[i] = places[i];
+        words[i] = firstWord(features[i]);
     }
-    const auto isBelow = [&](const Record& record, std::size_t i) {
-        const std::uint64_t word = N > 0 ? featureWord<N>(record.feature, 0) : 0;
-        if constexpr (N <= 8) {
-            return word < firstWord[i];
+    searchBlocks(group, [&](const Record& record, std::size_t i) {
+        const std::uint64_t word = firstWord(record.feature);
+        if constexpr (N <= sizeof(word)) {
+            return word < words[i];
         } else {
-            return word < firstWord[i] ||
-                   (word == firstWord[i] && isFeatureBelow<N>(record.feature, features[i]));
+            return word < words[i] || (word == words[i] && isFeatureBelow<N>(record.feature, features[i]));
         }
-    };
-    for (std::size_t size = _permanent.size(); size > 1;) {
-        const std::size_t half = size / 2;
-        for (std::size_t i = 0; i < count; ++i) {
-            base[i] = isBelow(base[i][half - 1], i) ? base[i] + half : base[i];
-        }
-        size -= half;
-    }
-    for (std::size_t i = 0; i < count; ++i) {
-        found[i] = recordsFrom(isBelow(*base[i], i) ? base[i] + 1 : base[i], features[i]);
-    }
+    });
+    std::copy_n(group, Count, places);
 }
 
 template <std::size_t N>
@@ -306,6 +381,7 @@ void VectorLane<N>::deserialize(util::database::DatabaseReader& reader, std::uin
     Records records;
     reader.getNextRecords(records, count);
     requireSound(records, classCount);
+    describe(records, _index);
     _permanent.swap(records);
 }
 

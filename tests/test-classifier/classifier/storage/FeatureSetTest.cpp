@@ -114,7 +114,7 @@ TEST(FeatureSetTest, BehavesAsMapsOfCounts) {
                 model.names.push_back("class" + std::to_string(random()));
                 model.set.addClass(model.names.back());
             }
-            for (unsigned step = random() % 100; step > 0; --step) {
+            for (unsigned step = random() % (round == 10 ? 2000 : 100); step > 0; --step) {
                 // Few letters at few places, so that keys come back often; the extreme bytes are among them.
                 std::string feature(length, 'm');
                 for (const std::size_t place : {std::size_t{0}, length / 2, length - 1}) {
