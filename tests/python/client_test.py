@@ -16,7 +16,7 @@ from collections.abc import Callable
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "clients" / "python"))
 
 from morvane import BadAnswerError, Client, MorvaneError, NoAnswerError, ServerError  # noqa: E402
-from served import Served, free_port  # noqa: E402
+from served import Served  # noqa: E402
 
 PROGRAM = os.environ["MORVANE_PROGRAM"]
 ANSWER = '<morvane xmlns="http://morvane.example/1/server/ResponseSchema" version="1.01">'
@@ -257,13 +257,15 @@ class StrangerTest(unittest.TestCase):
                 self.assertTrue(str(error).startswith("classify in 'c': "))
 
     def test_no_answer_says_whether_the_request_may_have_run(self) -> None:
-        for answer, timeout, words in [(b"", 60, "without an answer"), (None, 0.2, "within 0.2 seconds")]:
+        for answer, timeout, words in [(b"", 60, "without an answer"), (None, 2, "within 2 seconds")]:
             error = self.failure(answer, timeout)
             self.assertIn(words, str(error))
             self.assertTrue(isinstance(error, NoAnswerError) and error.may_have_run)
-        with self.assertRaisesRegex(NoAnswerError, "getInformation in 'c': .*refused") as caught:
-            Client(port=free_port()).info("c")
-        self.assertFalse(caught.exception.may_have_run)
+        with socket.socket() as nobody:
+            nobody.bind(("127.0.0.1", 0))  # and doesn't listen
+            with self.assertRaisesRegex(NoAnswerError, "getInformation in 'c': .*refused") as caught:
+                Client(port=nobody.getsockname()[1]).info("c")
+            self.assertFalse(caught.exception.may_have_run)
         with socket.create_server(("127.0.0.1", 0)) as deaf:
             # More than the system takes off our hands while nobody reads.
             with self.assertRaises(NoAnswerError) as caught:
