@@ -65,6 +65,12 @@ struct Requests {
                        "<writeCalls classifierName='news'><create id='c'/><addClass id='a' className='one'/>"
                        "<addClass id='b' className='two'/><train id='t' className='one' textId='0'/>"
                        "<train id='u' className='two' textId='1'/></writeCalls>"));
+        std::string wide = "<writeCalls classifierName='wide'><create id='c'/>";
+        for (int i = 0; i < 2000; ++i) {
+            const std::string number = std::to_string(i);
+            wide += "<addClass id='" + number + "' className='" + std::string(250, 'c') + number + "'/>";
+        }
+        answer(request("", wide + "</writeCalls>"));
     }
 
     static std::string text(int i) {
@@ -134,6 +140,16 @@ void train(benchmark::State& state) {
                                    "train className='one'", "</writeCalls>"));
 }
 BENCHMARK(train)->Arg(1)->Arg(1000)->Arg(10000)->Unit(benchmark::kMicrosecond);
+
+// An answer of 0.77 MB for each call.
+void describe(benchmark::State& state) {
+    std::string calls;
+    for (int i = 0; i < state.range(0); ++i) {
+        calls += "<getInformation id='" + std::to_string(i) + "' classifierName='wide'/>";
+    }
+    run(state, Requests::request("", "<readCalls>" + calls + "</readCalls>"));
+}
+BENCHMARK(describe)->Arg(1)->Arg(5)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

@@ -1,6 +1,7 @@
 // Serves honest clients while hostile ones hold on to whatever they can get:
 //
 //     siege [--seconds N] [--hostile N] [--places N] [--queue N]    a row for each kind of hostility
+//     siege --only "never read the answer"                          one of them
 //     siege --requests N    descriptors, threads and memory over N honest requests
 //
 // Two honest clients send one small classification after the other, each on a connection of its own. Hostile
@@ -32,24 +33,17 @@ using Clock = std::chrono::steady_clock;
 
 constexpr unsigned HONEST = 2;
 
-enum class Hostility { NONE, SILENT, A_BYTE_A_SECOND, RESETS, NEVER_READS, HALF_CLOSES };
+enum class Hostility { NONE, SILENT, A_BYTE_A_SECOND, RESETS, NEVER_READS, READS, HALF_CLOSES };
 
-const char* nameOf(Hostility hostility) {
-    switch (hostility) {
-        case Hostility::SILENT:
-            return "say nothing";
-        case Hostility::A_BYTE_A_SECOND:
-            return "a byte a second";
-        case Hostility::RESETS:
-            return "reset in the middle";
-        case Hostility::NEVER_READS:
-            return "never read the answer";
-        case Hostility::HALF_CLOSES:
-            return "half-close at once";
-        default:
-            return "none";
-    }
-}
+const std::vector<std::pair<Hostility, std::string>> KINDS = {
+    {Hostility::NONE, "none"},
+    {Hostility::SILENT, "say nothing"},
+    {Hostility::A_BYTE_A_SECOND, "a byte a second"},
+    {Hostility::RESETS, "reset in the middle"},
+    {Hostility::NEVER_READS, "never read the answer"},
+    {Hostility::READS, "read that answer"},  // not hostile, but as much work
+    {Hostility::HALF_CLOSES, "half-close at once"},
+};
 
 // Many hostile clients on one thread, from construction to destruction.
 class Siege {
@@ -123,6 +117,10 @@ private:
 
     // Called when the connection stands, can take more, or has been ended by the server.
     void act(Client& client, int events, std::uint32_t happened) {
+        if ((happened & EPOLLIN) != 0) {
+            takeWhatIsThere(client);
+            return;
+        }
         const std::uint32_t ended = EPOLLHUP | EPOLLERR | (client.isConnected ? EPOLLRDHUP : 0u);
         if ((happened & ended) != 0) {
             leave(client);
@@ -146,6 +144,7 @@ private:
             case Hostility::HALF_CLOSES:
                 ::shutdown(client.socket, SHUT_WR);
                 break;
+            case Hostility::READS:
             case Hostility::NEVER_READS: {
                 const ssize_t sent = ::send(client.socket, _longRequest.data() + client.sent,
                                             _longRequest.size() - client.sent, MSG_NOSIGNAL);
@@ -154,8 +153,8 @@ private:
                     event.events |= EPOLLOUT;
                 } else {
                     ::shutdown(client.socket, SHUT_WR);
-                    // The end of the answer is what it will never see.
-                    event.events = 0;
+                    // Who doesn't read never sees the end of the answer.
+                    event.events = _hostility == Hostility::READS ? EPOLLIN : 0u;
                 }
                 break;
             }
@@ -163,6 +162,16 @@ private:
                 break;
         }
         ::epoll_ctl(events, EPOLL_CTL_MOD, client.socket, &event);
+    }
+
+    void takeWhatIsThere(Client& client) {
+        ssize_t got = 0;
+        do {
+            got = ::recv(client.socket, _taken.data(), _taken.size(), 0);
+        } while (got > 0);
+        if (got == 0 || errno != EAGAIN) {
+            leave(client);
+        }
     }
 
     static void leave(Client& client) {
@@ -174,6 +183,7 @@ private:
     const std::uint16_t _port;
     const Hostility _hostility;
     const std::string _longRequest;
+    std::vector<char> _taken = std::vector<char>(1024UL * 1024);
     std::atomic<std::uint64_t> _connected = 0;
     std::jthread _thread;
 };
@@ -278,28 +288,42 @@ systemtest::Settings settingsFor(int places, int queue) {
     return settings;
 }
 
-int besiege(int seconds, int hostile, int places, int queue) {
+// Of all threads, the finished ones included.
+double cpuSeconds(pid_t process) {
+    clockid_t clock{};
+    timespec time{};
+    if (clock_getcpuclockid(process, &clock) != 0 || clock_gettime(clock, &time) != 0) {
+        throw std::runtime_error("The server's processor time can't be read.");
+    }
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+int besiege(int seconds, int hostile, int places, int queue, const std::string& only) {
     std::printf("%d places, a queue of %d, %d hostile clients, %u honest ones, %d s each\n\n", places, queue,
                 hostile, HONEST, seconds);
     std::printf(
-        "| hostile clients | honest answers/s | p50 ms | p99 ms | longest ms | failed | "
-        "hostile connections/s |\n|---|---|---|---|---|---|---|\n");
+        "| other clients | honest answers/s | p50 ms | p99 ms | longest ms | failed | "
+        "their connections/s | server's CPU, s/s |\n|---|---|---|---|---|---|---|---|\n");
     bool allAnswered = true;
-    for (const Hostility hostility : {Hostility::NONE, Hostility::SILENT, Hostility::A_BYTE_A_SECOND,
-                                      Hostility::RESETS, Hostility::NEVER_READS, Hostility::HALF_CLOSES}) {
+    for (const auto& [hostility, name] : KINDS) {
+        if (!only.empty() && name != only) {
+            continue;
+        }
         const systemtest::Installation installation;
         systemtest::Server server(installation, settingsFor(places, queue), {"-quiet"});
         teach(server.port());
         Siege siege(server.port(), hostility, hostile, requestWithLongAnswer());
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
         const std::uint64_t before = siege.connected();
+        const double cpuBefore = cpuSeconds(server.process().id());
         const Service service = serve(server.port(), smallRequest(),
                                       Clock::now() + std::chrono::seconds(seconds), ~std::uint64_t(0));
         const double attacks = static_cast<double>(siege.connected() - before) / service.seconds;
-        std::printf("| %s | %.0f | %.2f | %.2f | %.1f | %llu | %.0f |\n", nameOf(hostility),
+        const double cpu = (cpuSeconds(server.process().id()) - cpuBefore) / service.seconds;
+        std::printf("| %s | %.0f | %.2f | %.2f | %.1f | %llu | %.0f | %.2f |\n", name.c_str(),
                     static_cast<double>(service.milliseconds.size()) / service.seconds, service.quantile(0.5),
                     service.quantile(0.99), service.quantile(1),
-                    static_cast<unsigned long long>(service.failed), attacks);
+                    static_cast<unsigned long long>(service.failed), attacks, cpu);
         if (service.failed != 0) {
             std::printf("%s\n", service.firstFailure.c_str());
         }
@@ -349,19 +373,25 @@ int main(int argc, char** argv) {
     int places = 64;
     int queue = 100;
     int requests = 0;
+    std::string only;
+    std::vector<std::string> names;
+    for (const auto& [hostility, name] : KINDS) {
+        names.push_back(name);
+    }
     return stress::runMain(argc, argv,
                            {stress::number("--seconds", "N", seconds, 1, 86'400),
                             stress::number("--hostile", "N", hostile, 1, 1'000'000),
                             stress::number("--places", "N", places, 1, 1'000'000),
                             stress::number("--queue", "N", queue, 1, 1'000'000),
-                            stress::number("--requests", "N", requests, 1, 1'000'000'000)},
+                            stress::number("--requests", "N", requests, 1, 1'000'000'000),
+                            stress::choice("--only", only, names)},
                            [&] {
                                // A descriptor for each hostile client, in this process.
                                rlimit descriptors{};
                                getrlimit(RLIMIT_NOFILE, &descriptors);
                                descriptors.rlim_cur = descriptors.rlim_max;
                                setrlimit(RLIMIT_NOFILE, &descriptors);
-                               return requests == 0 ? besiege(seconds, hostile, places, queue)
+                               return requests == 0 ? besiege(seconds, hostile, places, queue, only)
                                                     : holdStill(static_cast<std::uint64_t>(requests));
                            });
 }

@@ -1,12 +1,16 @@
 #pragma once
 
+#include <charconv>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
+#include <new>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "debug/Assertion.h"
@@ -32,14 +36,9 @@ public:
     StringStream& operator<<(T value) {
         static_assert(!std::same_as<T, char> && !std::same_as<T, bool>, "Write characters as strings");
         char text[32];
-        int ret;
-        if constexpr (std::is_signed_v<T>) {
-            ret = std::snprintf(text, sizeof(text), "%lld", static_cast<long long>(value));
-        } else {
-            ret = std::snprintf(text, sizeof(text), "%llu", static_cast<unsigned long long>(value));
-        }
-        CHECK(ret > 0);
-        return append(text, static_cast<std::size_t>(ret));
+        const std::to_chars_result end = std::to_chars(text, text + sizeof(text), value);
+        CHECK(end.ec == std::errc());
+        return append(text, static_cast<std::size_t>(end.ptr - text));
     }
 
     const char* str() const { return buffer(); }
@@ -69,14 +68,13 @@ private:
 
     StringStream& append(const char* text, std::size_t length) {
         checkInvariants();
-        std::unique_ptr<char[]> outgrown;  // kept to the end, since text may lie in it
         if (_pos + length >= _bufSize) {
-            const std::size_t newSize = (_bufSize + length) * 2 + 2;
-            std::unique_ptr<char[]> newBuffer(new char[newSize]);
-            std::memcpy(newBuffer.get(), buffer(), _pos + 1);
-            CHECK(!newBuffer[_pos]);
-            outgrown = std::exchange(_heap, std::move(newBuffer));
-            _bufSize = newSize;
+            // text may lie in the buffer that moves.
+            const bool isOwn =
+                std::less_equal<>()(buffer(), text) && std::less_equal<>()(text, buffer() + _pos);
+            const std::ptrdiff_t place = isOwn ? text - buffer() : 0;
+            grow((_bufSize + length) * 2 + 2);
+            text = isOwn ? buffer() + place : text;
         }
         std::memcpy(buffer() + _pos, text, length);
         _pos += length;
@@ -85,12 +83,31 @@ private:
         return *this;
     }
 
+    // Large blocks move without being copied when they grow: the system maps their pages elsewhere.
+    void grow(std::size_t newSize) {
+        char* const grown = static_cast<char*>(std::realloc(_heap.get(), newSize));
+        if (grown == nullptr) {
+            throw std::bad_alloc();
+        }
+        if (!_heap) {
+            std::memcpy(grown, _inline, _pos + 1);
+        }
+        (void)_heap.release();
+        _heap.reset(grown);
+        _bufSize = newSize;
+        CHECK(!_heap[_pos]);
+    }
+
     void checkInvariants() const {
         CHECK(!buffer()[_pos]);
         CHECK(_pos < _bufSize);
     }
 
-    std::unique_ptr<char[]> _heap;  // null while the text fits in _inline
+    struct Free {
+        void operator()(char* block) const { std::free(block); }
+    };
+
+    std::unique_ptr<char[], Free> _heap;  // null while the text fits in _inline
     std::uint64_t _bufSize = SIZE + 1;
     char _inline[SIZE + 1] = {};
     std::uint64_t _pos = 0;

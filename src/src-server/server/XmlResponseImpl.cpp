@@ -44,51 +44,45 @@ XmlResponseImpl::XmlResponseImpl(const std::string& responseNamespace, const Res
     _footer << "</morvane>";
 }
 
+// All calls write straight into the response: what one has written when memory runs out is never rendered.
 void XmlResponseImpl::classify(const std::string& id, const classifier::Classification& classification) {
     CHECK(!classification.getProbabilities().empty());
-    util::StringStream<4096> block;
+    _readCalls << "\t<classify id=\"" << responseText(id) << "\">\n";
     // Clients of version 1.00 were written before there was a coverage and validate what they get.
     if (_version.number > 1.0) {
-        block << "\t\t<classification textCoverage=\""
-              << GeneralNumber(classification.getTextCoverage()).c_str() << "\">\n";
+        _readCalls << "\t\t<classification textCoverage=\""
+                   << GeneralNumber(classification.getTextCoverage()).c_str() << "\">\n";
     } else {
-        block << "\t\t<classification>\n";
+        _readCalls << "\t\t<classification>\n";
     }
     for (const auto& [name, probability] : classification.getProbabilities()) {
-        block << "\t\t\t<class className=\"" << responseText(name) << "\" p=\""
-              << GeneralNumber(probability).c_str() << "\"/>\n";
+        _readCalls << "\t\t\t<class className=\"" << responseText(name) << "\" p=\""
+                   << GeneralNumber(probability).c_str() << "\"/>\n";
     }
-    block << "\t\t</classification>\n";
-    _readCalls << "\t<classify id=\"" << responseText(id) << "\">\n" << block.str() << "\t</classify>\n";
+    _readCalls << "\t\t</classification>\n\t</classify>\n";
 }
 
 void XmlResponseImpl::classifyKeywords(const std::string& id, const classifier::Keywords& keywords) {
-    util::StringStream<4096> block;
-    block << "\t\t<keywords>\n";
+    _readCalls << "\t<classifyKeywords id=\"" << responseText(id) << "\">\n\t\t<keywords>\n";
     for (const classifier::Keyword& keyword : keywords) {
-        block << "\t\t\t<keyword className=\"" << responseText(keyword.className) << "\" p=\""
-              << GeneralNumber(keyword.probability).c_str() << "\">" << responseText(tokenOf(keyword))
-              << "</keyword>\n";
+        _readCalls << "\t\t\t<keyword className=\"" << responseText(keyword.className) << "\" p=\""
+                   << GeneralNumber(keyword.probability).c_str() << "\">" << responseText(tokenOf(keyword))
+                   << "</keyword>\n";
     }
-    block << "\t\t</keywords>\n";
-    _readCalls << "\t<classifyKeywords id=\"" << responseText(id) << "\">\n"
-               << block.str() << "\t</classifyKeywords>\n";
+    _readCalls << "\t\t</keywords>\n\t</classifyKeywords>\n";
 }
 
+// This call has always stood one tab deeper than the other two.
 void XmlResponseImpl::getInformation(const std::string& id,
                                      const std::vector<classifier::ClassInformation>& classes) {
-    util::StringStream<4096> block;
-    block << "\t\t\t<classes>\n";
+    _readCalls << "\t\t<getInformation id=\"" << responseText(id) << "\">\n\t\t\t<classes>\n";
     for (const classifier::ClassInformation& information : classes) {
-        block << "\t\t\t\t<classInformation className=\"" << responseText(information.name)
-              << "\">\n\t\t\t\t\t<uniqueFeatures>" << information.uniqueFeatures
-              << "</uniqueFeatures>\n\t\t\t\t\t<totalCount>" << information.totalCount
-              << "</totalCount>\n\t\t\t\t</classInformation>\n";
+        _readCalls << "\t\t\t\t<classInformation className=\"" << responseText(information.name)
+                   << "\">\n\t\t\t\t\t<uniqueFeatures>" << information.uniqueFeatures
+                   << "</uniqueFeatures>\n\t\t\t\t\t<totalCount>" << information.totalCount
+                   << "</totalCount>\n\t\t\t\t</classInformation>\n";
     }
-    block << "\t\t\t</classes>\n";
-    // This call has always stood one tab deeper than the other two.
-    _readCalls << "\t\t<getInformation id=\"" << responseText(id) << "\">\n"
-               << block.str() << "\t\t</getInformation>\n";
+    _readCalls << "\t\t\t</classes>\n\t\t</getInformation>\n";
 }
 
 void XmlResponseImpl::create(const std::string& id) { writeCall("create", id); }
@@ -108,7 +102,10 @@ void XmlResponseImpl::writeCall(const char* method, const std::string& id) {
 }
 
 std::string& XmlResponseImpl::render(std::string& out) {
+    // More than all lines around the calls; growing for the last of them would copy the whole once more.
+    constexpr std::size_t LINES_AROUND = 512;
     out.clear();
+    out.reserve(_header.size() + _readCalls.size() + _writeCalls.size() + LINES_AROUND);
     append(out, _header);
     if (_readCalls.size() == 0 && _writeCalls.size() == 0) {
         out +=

@@ -1,5 +1,6 @@
 #include "net/server/ThreadServer.h"
 
+#include <algorithm>
 #include <new>
 #include <thread>
 
@@ -26,10 +27,12 @@ constexpr std::chrono::seconds PORT_TEST_BOUND{5};
 
 ThreadServerBase::ThreadServerBase(const platform::thread::ThreadFactory& threadFactory, std::uint16_t port,
                                    std::int32_t maxClients, std::uint32_t queueSize, ThreadServerLog* log,
-                                   const net::socket::IdleBounds& bounds)
+                                   const net::socket::IdleBounds& bounds,
+                                   const BearableSilence& bearableSilence)
     : _threadFactory(threadFactory),
       _port(port),
       _queueSize(queueSize),
+      _bearableSilence(bearableSilence),
       _socketStreamFactory(_winsockErrors, bounds),
       _serverSocketFactory(_winsockErrors, _socketStreamFactory),
       _log(log),
@@ -123,12 +126,27 @@ void ThreadServerBase::acceptClient() {
 
 void ThreadServerBase::takePlace() {
     constexpr std::chrono::milliseconds AT_ONCE{0};
-    if (_freePlaces.waitFor(AT_ONCE)) {
+    if (takePlaceWithin(AT_ONCE)) {
         return;
     }
     _serverSocket->waitForClient();
-    while (!_freePlaces.waitFor(letSilentClientGiveWay() ? LEAVE_PATIENCE : PLACE_PATIENCE)) {
+    while (true) {
+        if (_leaving == 0) {
+            _leaving = letSilentClientsGiveWay();
+        }
+        if (takePlaceWithin(_leaving != 0 ? LEAVE_PATIENCE : PLACE_PATIENCE)) {
+            return;
+        }
+        _leaving = 0;
     }
+}
+
+bool ThreadServerBase::takePlaceWithin(std::chrono::milliseconds time) {
+    if (!_freePlaces.waitFor(time)) {
+        return false;
+    }
+    _leaving -= _leaving != 0 ? 1 : 0;
+    return true;
 }
 
 // True if the queue has been on its way to being full of late; a full one would keep further clients out.
@@ -140,32 +158,40 @@ bool ThreadServerBase::isBesieged() {
     return now < _besiegedUntil;
 }
 
-// False if there is none that may.
-bool ThreadServerBase::letSilentClientGiveWay() {
+bool ThreadServerBase::isBearable(const net::socket::Silence& silence, bool besieged) const {
+    return silence.time < (!besieged              ? _bearableSilence.usual
+                           : silence.fromTheStart ? _bearableSilence.fromTheStartUnderSiege
+                           : silence.refuses      ? _bearableSilence.refusalUnderSiege
+                                                  : _bearableSilence.underSiege);
+}
+
+// One for each that waits, if so many may. Each handover takes the turns of three threads, which a busy
+// machine makes long; one at a time, they would be all that limits how many clients get in. Returns how many
+// give way.
+std::size_t ThreadServerBase::letSilentClientsGiveWay() {
+    using Silent = std::pair<std::chrono::nanoseconds, ClientTable::iterator>;
+    std::vector<Silent> silent;
     platform::mutex::AutoLock lock(_clients);
     lock.lock();
     const bool besieged = isBesieged();
-    std::chrono::nanoseconds longest{0};
-    auto silent = _clients.end();
     for (auto entry = _clients.begin(); entry != _clients.end(); ++entry) {
         if (entry->second->isAtWork()) {
             continue;
         }
         const net::socket::Silence silence = entry->first->silence();
-        const auto bearable = !besieged              ? BEARABLE_SILENCE
-                              : silence.fromTheStart ? BEARABLE_FROM_THE_START_UNDER_SIEGE
-                                                     : BEARABLE_UNDER_SIEGE;
-        if (silence.time >= bearable && silence.time > longest) {
-            longest = silence.time;
-            silent = entry;
+        if (!isBearable(silence, besieged)) {
+            silent.emplace_back(silence.time, entry);
         }
     }
-    if (silent == _clients.end()) {
-        return false;
+    const std::size_t number = std::min<std::size_t>(silent.size(), _serverSocket->waitingClients());
+    std::partial_sort(silent.begin(), silent.begin() + static_cast<std::ptrdiff_t>(number), silent.end(),
+                      [](const Silent& one, const Silent& other) { return one.first > other.first; });
+    silent.resize(number);
+    for (const auto& [time, entry] : silent) {
+        entry->second->giveWay(std::chrono::duration_cast<std::chrono::milliseconds>(time));
+        shutdown(*entry->first, SocketStream::BOTHENDS);
     }
-    silent->second->giveWay(std::chrono::duration_cast<std::chrono::milliseconds>(longest));
-    shutdown(*silent->first, SocketStream::BOTHENDS);
-    return true;
+    return number;
 }
 
 void ThreadServerBase::_delete_clients() {

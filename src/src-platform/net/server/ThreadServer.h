@@ -30,16 +30,19 @@ inline constexpr std::chrono::milliseconds ACCEPT_PAUSE{500};
 
 // How long a client must have been silent before its place may go to another one that waits. A server that is
 // a little too small for its clients has patience with slow ones. One whose queue fills is under siege:
-// whoever connects has a request to send, so who has said nothing at all then gets less time than who may be
-// slow.
-inline constexpr std::chrono::milliseconds BEARABLE_SILENCE{1000};
-inline constexpr std::chrono::milliseconds BEARABLE_UNDER_SIEGE{500};
-inline constexpr std::chrono::milliseconds BEARABLE_FROM_THE_START_UNDER_SIEGE{50};
+// whoever connects has a request to send and wants the answer, so who has said nothing at all, or has no room
+// for the answer because it doesn't read, then gets less time than who may be slow.
+struct BearableSilence {
+    std::chrono::milliseconds usual{1000};
+    std::chrono::milliseconds underSiege{500};
+    std::chrono::milliseconds refusalUnderSiege{100};
+    std::chrono::milliseconds fromTheStartUnderSiege{50};
+};
 // How long a siege lasts after the last sign of it.
 inline constexpr std::chrono::seconds SIEGE{10};
 
-// How often the server looks again for a client that may give way, while there is one that waits; and how
-// long one that gives way may take for it before the next is looked for.
+// How often the server looks again for clients that may give way, while others wait; and how long those that
+// give way may take for it before more are looked for.
 inline constexpr std::chrono::milliseconds PLACE_PATIENCE{20};
 inline constexpr std::chrono::milliseconds LEAVE_PATIENCE{500};
 
@@ -72,7 +75,7 @@ public:
 protected:
     ThreadServerBase(const platform::thread::ThreadFactory& threadFactory, std::uint16_t port,
                      std::int32_t maxClients, std::uint32_t queueSize, ThreadServerLog* log,
-                     const net::socket::IdleBounds& bounds);
+                     const net::socket::IdleBounds& bounds, const BearableSilence& bearableSilence);
     // Stops nothing: stop must have come before, if start has.
     ~ThreadServerBase() override = default;
 
@@ -85,7 +88,9 @@ private:
     void acceptClient();
     void takePlace();
     bool isBesieged();
-    bool letSilentClientGiveWay();
+    bool isBearable(const net::socket::Silence& silence, bool besieged) const;
+    bool takePlaceWithin(std::chrono::milliseconds time);
+    std::size_t letSilentClientsGiveWay();
     void _delete_clients();
     bool reapClient();
     void stopClients();
@@ -95,6 +100,7 @@ private:
     const platform::thread::ThreadFactory& _threadFactory;
     const std::uint16_t _port;
     const std::uint32_t _queueSize;
+    const BearableSilence _bearableSilence;
     const windows::net::winsock::WinsockErrors _winsockErrors;
     const net::socket::SocketStreamFactoryImpl _socketStreamFactory;
     const net::socket::ServerSocketFactoryImpl _serverSocketFactory;
@@ -102,8 +108,9 @@ private:
     platform::Semaphore _freePlaces;       // one unit for each client that may still exist
     ClientTable _clients;                  // guarded by its own mutex
     std::condition_variable_any _reaped;   // with _clients: an entry has gone
-    std::uint32_t _connectionCounter = 0;  // of the accepting thread, as is the next
+    std::uint32_t _connectionCounter = 0;  // of the accepting thread, as are the next two
     std::chrono::steady_clock::time_point _besiegedUntil;
+    std::size_t _leaving = 0;  // clients that were told to give way, less the places taken since
     // Guarded by _boundedBuffer. _clients.end(), which no client can have, is the mark that ends the reaping.
     std::vector<ClientTable::iterator> _deletableClients;
     platform::mutex::BoundedBufferLockImpl _boundedBuffer;
@@ -120,9 +127,10 @@ private:
 //
 // One thread accepts and starts clients, one joins and deletes those that have finished. While all places are
 // taken, nothing is accepted: further clients wait in the backlog, and beyond that the system keeps them
-// waiting. While one waits, the client whose peer has been silent longest gives way to it, so that peers that
-// only hold places can't keep others out. Client derives from Connection and is built from (ThreadFactory&,
-// std::uint32_t id, Params); a client that can't be built or started costs its connection and nothing else.
+// waiting. While some wait, as many of the clients whose peers have been silent longest give way to them, so
+// that peers that only hold places can't keep others out. Client derives from Connection and is built from
+// (ThreadFactory&, std::uint32_t id, Params); a client that can't be built or started costs its connection
+// and nothing else.
 template <class Client, class Params>
 class ThreadServer final : public ThreadServerBase {
 public:
@@ -131,8 +139,8 @@ public:
     // util::ConverterException for a negative maxClients, and what the thread factory throws.
     ThreadServer(const platform::thread::ThreadFactory& threadFactory, std::uint16_t port,
                  std::int32_t maxClients, std::uint32_t queueSize, Params params, ThreadServerLog* log,
-                 const net::socket::IdleBounds& bounds = {})
-        : ThreadServerBase(threadFactory, port, maxClients, queueSize, log, bounds),
+                 const net::socket::IdleBounds& bounds = {}, const BearableSilence& bearableSilence = {})
+        : ThreadServerBase(threadFactory, port, maxClients, queueSize, log, bounds, bearableSilence),
           _params(std::move(params)) {}
 
 private:

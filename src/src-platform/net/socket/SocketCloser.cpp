@@ -1,6 +1,8 @@
 #include "net/socket/SocketCloser.h"
 
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -47,6 +49,16 @@ bool SocketCloser::isReadable() {
     const std::lock_guard guard(_mutex);
     pollfd entry = {get(), POLLIN, 0};
     return poll(&entry, 1, 0) > 0;
+}
+
+SocketCloser::Queue SocketCloser::queue() {
+    const std::lock_guard guard(_mutex);
+    int unconfirmed = 0;
+    int unsent = 0;
+    if (ioctl(get(), SIOCOUTQ, &unconfirmed) == -1 || ioctl(get(), SIOCOUTQNSD, &unsent) == -1) {
+        return {};
+    }
+    return {static_cast<std::size_t>(unconfirmed), static_cast<std::size_t>(unsent)};
 }
 
 int SocketCloser::shutdown(int how) {

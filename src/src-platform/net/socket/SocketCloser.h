@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <mutex>
 
 #include "platform/errorresources/ErrorMapper.h"
@@ -9,9 +10,9 @@ namespace net::socket {
 
 // Owns the descriptor of a socket and closes it once.
 //
-// Other threads may call shutdown and isReadable while the owner closes: the one that comes second finds
-// nothing to do, so neither ever hits a foreign connection that was given the same number. All else belongs
-// to one thread.
+// Other threads may call shutdown, isReadable and queue while the owner closes: the one that comes second
+// finds nothing to do, so neither ever hits a foreign connection that was given the same number. All else
+// belongs to one thread.
 class SocketCloser {
 public:
     // The mapper must outlive this object.
@@ -31,6 +32,14 @@ public:
 
     // True if a read would not block: for bytes, the end of the stream or a failure. False once it is closed.
     bool isReadable();
+
+    // Of what has been written, the bytes that the peer's system hasn't confirmed, and of these the ones that
+    // haven't been sent yet. None once it is closed.
+    struct Queue {
+        std::size_t unconfirmed = 0;
+        std::size_t unsent = 0;
+    };
+    Queue queue();
 
     // Calls shutdown(2), unless the descriptor is closed. Returns 0 or the system's error code.
     int shutdown(int how);

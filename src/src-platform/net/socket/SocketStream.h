@@ -11,10 +11,13 @@ namespace net::socket {
 // that a slow line gives one with each packet, but more than somebody sends who only means to hold a place.
 inline constexpr std::size_t SIGN_OF_LIFE = 512;
 
-// How long the peer has given no sign of life, and whether it ever gave one.
+// How long the peer has given no sign of life, whether it ever gave one, and whether it refuses what we
+// write: its system has confirmed all that was on the line and lets no more come, so it isn't the line that
+// is slow, but the peer's program that doesn't read.
 struct Silence {
     std::chrono::nanoseconds time{0};
     bool fromTheStart = true;
+    bool refuses = false;
 };
 
 // One TCP connection, blocking, IPv4. Used by one thread; only shutdown and silence may be called from

@@ -1,10 +1,8 @@
 #include "net/socket/SocketStreamImpl.h"
 
 #include <arpa/inet.h>
-#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -175,9 +173,16 @@ Silence SocketStreamImpl::silence() {
     // Behind the end of its sending, a peer has nothing more to be read, and every read would come back at
     // once.
     if (_socketCloser.get() == -1 || (!_inputEnded && _socketCloser.isReadable())) {
-        return {Clock::duration::zero(), !_hasSpoken};
+        return {Clock::duration::zero(), !_hasSpoken, false};
     }
-    return {Clock::now() - _lastSign.load(), !_hasSpoken};
+    const SocketCloser::Queue queue = _socketCloser.queue();
+    if (queue.unconfirmed + SIGN_OF_LIFE <= _unconfirmed) {
+        _unconfirmed = queue.unconfirmed;
+        _lastSign = Clock::now();
+    }
+    // While there is more to send, something is always on its way, unless the peer's window is shut.
+    const bool refuses = queue.unsent != 0 && queue.unsent == queue.unconfirmed;
+    return {Clock::now() - _lastSign.load(), !_hasSpoken, refuses};
 }
 
 void SocketStreamImpl::signOfLife() {
@@ -190,29 +195,20 @@ void SocketStreamImpl::signOfLife() {
 // A slow peer may need longer than the bound for that, so its progress is read off the queue itself.
 void SocketStreamImpl::waitUntilWritable() {
     const milliseconds slice = std::max(_bounds.send / 16, milliseconds(1));
-    std::size_t queued = queuedBytes();
+    std::size_t queued = _socketCloser.queue().unconfirmed;
+    _unconfirmed = queued;
     Clock::time_point lastTaken = Clock::now();
     while (!waitFor(_socketCloser.get(), POLLOUT, slice)) {
-        const std::size_t left = queuedBytes();
+        const std::size_t left = _socketCloser.queue().unconfirmed;
         if (left < queued) {
             queued = left;
             lastTaken = Clock::now();
-            signOfLife();
         } else if (Clock::now() - lastTaken >= _bounds.send) {
             fail<WriteException>("Could not write data on the socket. Failed using the send system call. ",
                                  ETIMEDOUT);
         }
     }
-}
-
-// The bytes that the peer's system has not yet confirmed.
-std::size_t SocketStreamImpl::queuedBytes() const {
-    int bytes = 0;
-    if (ioctl(_socketCloser.get(), SIOCOUTQ, &bytes) == -1) {
-        fail<WriteException>("Could not write data on the socket. Failed using the ioctl system call. ",
-                             errno);
-    }
-    return static_cast<std::size_t>(bytes);
+    signOfLife();
 }
 
 std::string SocketStreamImpl::getRemoteAddress() const {

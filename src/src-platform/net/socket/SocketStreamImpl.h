@@ -39,7 +39,6 @@ public:
 private:
     void signOfLife();
     void waitUntilWritable();
-    std::size_t queuedBytes() const;
     template <class Failure>
     [[noreturn]] void fail(const char* words, int code) const;
 
@@ -50,6 +49,8 @@ private:
     std::atomic<std::chrono::steady_clock::time_point> _lastSign;
     std::atomic<bool> _hasSpoken = false;
     std::atomic<bool> _inputEnded = false;
+    // Bytes that the peer's system had not confirmed at its last sign of life, or when a write began to wait.
+    std::atomic<std::size_t> _unconfirmed = 0;
     std::size_t _receivedSince = 0;  // bytes since the last sign of life
 };
 

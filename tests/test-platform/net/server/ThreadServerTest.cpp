@@ -40,11 +40,13 @@ struct Control {
     std::set<std::uint32_t> ids;  // of all clients that were ever built
     int alive = 0;                // from building to deletion
     int mostAlive = 0;
+    int gone = 0;
     std::atomic<int> buildsToFail = 0;
     std::atomic<int> answering = 0;
     std::atomic<int> stops = 0;
     std::atomic<bool> mayAnswer = true;
     std::vector<std::uint32_t> gaveWay;
+    std::vector<int> goneBefore;  // each of these
     std::size_t answerSize = 0;  // 0: the answer is the request
 };
 
@@ -63,6 +65,7 @@ public:
     ~EchoClient() override {
         const std::lock_guard guard(_control->mutex);
         --_control->alive;
+        ++_control->gone;
     }
 
     void run() override {
@@ -90,6 +93,7 @@ public:
     void giveWay(std::chrono::milliseconds) override {
         const std::lock_guard guard(_control->mutex);
         _control->gaveWay.push_back(_id);
+        _control->goneBefore.push_back(_control->gone);
     }
     bool isAtWork() const override { return _isAtWork; }
 
@@ -256,6 +260,54 @@ TEST_F(ThreadServerTest, TheOneThatHasBeenSilentLongestGivesWayAndNoneThatIsBein
     server.stop();
     EXPECT_EQ(control.gaveWay.front(), 2u);
     EXPECT_EQ(std::count(control.gaveWay.begin(), control.gaveWay.end(), 1u), 0);
+}
+
+TEST_F(ThreadServerTest, AsManyGiveWayAtOnceAsWait) {
+    const std::chrono::milliseconds none{0};
+    EchoServer server(threads, 0, 3, 100, &control, &log, PATIENT, {none, none, none, none});
+    server.start();
+    std::vector<std::unique_ptr<LoopbackClient>> clients;
+    const auto connect = [&](int number) {
+        for (int i = 0; i < number; ++i) {
+            clients.push_back(std::make_unique<LoopbackClient>(server.port()));
+        }
+    };
+    const auto built = [&](std::size_t number) {
+        return eventually([&] {
+            const std::lock_guard guard(control.mutex);
+            return control.ids.size() == number;
+        });
+    };
+    connect(2);
+    ASSERT_TRUE(built(2));
+    {
+        const std::lock_guard noneIsBuilt(control.mutex);
+        connect(3);  // one for the third place, two that wait
+    }
+    ASSERT_TRUE(built(5));
+    server.stop();
+    ASSERT_GE(control.gaveWay.size(), 2u);
+    EXPECT_EQ(control.gaveWay[0], 1u);
+    EXPECT_EQ(control.gaveWay[1], 2u);
+    EXPECT_EQ(control.goneBefore[1], 0);
+}
+
+TEST_F(ThreadServerTest, UnderSiegeThereIsLittlePatienceWithTheSilentAndWithThoseThatDoNotRead) {
+    const std::chrono::milliseconds NEVER = std::chrono::hours(1);
+    control.answerSize = 16 << 20;
+    for (const bool sends : {false, true}) {
+        BearableSilence bearable = {NEVER, NEVER, NEVER, NEVER};
+        control.ids.clear();
+        (sends ? bearable.refusalUnderSiege : bearable.fromTheStartUnderSiege) = std::chrono::milliseconds(1);
+        EchoServer server(threads, 0, 1, 1, &control, &log, PATIENT, bearable);
+        server.start();
+        LoopbackClient holder(server.port(), 4096);
+        if (sends) {
+            holder.halfClose();
+        }
+        EXPECT_EQ(LoopbackClient(server.port()).ask("x").size(), control.answerSize);
+        server.stop();
+    }
 }
 
 TEST_F(ThreadServerTest, ClientThatIsBeingAnsweredWhenTheServerStopsGetsItsAnswer) {

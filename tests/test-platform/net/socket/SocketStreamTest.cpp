@@ -10,6 +10,7 @@
 #include "net/socket/ServerSocketImpl.h"
 #include "net/socket/SocketException.h"
 #include "support/Descriptors.h"
+#include "support/Eventually.h"
 #include "support/Failure.h"
 #include "support/LoopbackClient.h"
 #include "windows/net/winsock/WinsockErrors.h"
@@ -89,6 +90,26 @@ TEST(SocketStreamTest, PeerThatDoesNothingIsGivenUpAndASlowOneIsNot) {
     EXPECT_EQ(slow.stream->read(buffer, 1), 0u);
     client.join();
     EXPECT_TRUE(taken == much);
+}
+
+TEST(SocketStreamTest, PeerThatReadsBreaksItsSilenceAndOneThatDoesNotRefuses) {
+    Pair pair({std::chrono::hours(1), std::chrono::hours(1)}, 4096);
+    EXPECT_FALSE(pair.stream->silence().refuses);
+    std::jthread writer([&] {
+        const std::string much(16 << 20, 'x');
+        EXPECT_THROW(pair.stream->write(much.data(), much.size()), WriteException);
+    });
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(support::eventually([&] {
+            const Silence silence = pair.stream->silence();
+            return silence.refuses && silence.time > milliseconds(50);
+        }));
+        EXPECT_TRUE(support::eventually([&] {
+            pair.client.receiveExactly(SIGN_OF_LIFE);
+            return pair.stream->silence().time < milliseconds(50);
+        }));
+    }
+    pair.stream->shutdown(SocketStream::BOTHENDS);
 }
 
 TEST(SocketStreamTest, ReadExactAndReadUntilTakePiecesAndMissNoEnd) {
