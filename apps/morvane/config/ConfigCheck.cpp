@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "Failure.h"
+#include "Text.h"
 #include "platform/memory/MemoryStatus.h"
 #include "server/Configuration.h"
 #include "server/Memory.h"
@@ -41,11 +42,6 @@ constexpr const char* CONFIG_NAMESPACE = "http://morvane.example/1/config/Config
 
 bool isKey(const std::string& name) {
     return std::any_of(KEYS.begin(), KEYS.end(), [&](const Key& key) { return name == key.name; });
-}
-
-std::string trimmed(const std::string& text) {
-    const std::size_t begin = text.find_first_not_of(" \t\r\n");
-    return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(" \t\r\n") + 1 - begin);
 }
 
 // A sound configuration but for this one value.

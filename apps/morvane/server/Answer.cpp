@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "Text.h"
 #include "server/ElementNames.h"
 #include "server/StatusCode.h"
 #include "util/Numbers.h"
@@ -136,11 +137,6 @@ std::vector<ClassCounts> countsOf(const Element& call) {
         });
     });
     return classes;
-}
-
-std::string trimmed(const std::string& text) {
-    const std::size_t begin = text.find_first_not_of(" \t\r\n");
-    return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(" \t\r\n") + 1 - begin);
 }
 
 // The server tells the call behind its reason. Names can't hold a line end, so that they can't imitate this.

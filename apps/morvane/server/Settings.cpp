@@ -5,18 +5,13 @@
 #include <fstream>
 
 #include "Failure.h"
+#include "Text.h"
 
 namespace halvern::morvane::client {
 
 namespace {
 
 constexpr double LONGEST_TIMEOUT_SECONDS = 1e6;
-
-std::string trimmed(const std::string& text) {
-    constexpr const char* BLANKS = " \t\r";
-    const std::size_t begin = text.find_first_not_of(BLANKS);
-    return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(BLANKS) + 1 - begin);
-}
 
 std::uint16_t parsePort(const std::string& text, const std::string& address, const std::string& source) {
     std::uint16_t port = 0;
