@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "classifier/storage/LaneFactory.h"
+#include "util/Pieces.h"
 #include "util/database/DatabaseReader.h"
 
 namespace {
@@ -95,21 +96,25 @@ void serialize(benchmark::State& state) {
     const LaneBase& lane = laneOf(static_cast<std::uint64_t>(state.range(0)));
     util::Bytes out;
     for (auto _ : state) {
+        util::Pieces pieces;
+        lane.serialize(pieces);
         out.clear();
-        lane.serialize(out);
+        pieces.appendTo(out);
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * out.size()));
 }
 
 void deserialize(benchmark::State& state) {
-    util::Bytes data;
-    laneOf(static_cast<std::uint64_t>(state.range(0))).serialize(data);
+    util::Pieces pieces;
+    laneOf(static_cast<std::uint64_t>(state.range(0))).serialize(pieces);
+    const auto data = std::make_shared<util::Bytes>();
+    pieces.appendTo(*data);
     for (auto _ : state) {
         const auto lane = factory.create(featureSize);
-        util::database::DatabaseReader reader(data);
-        lane->deserialize(reader, classCount);
+        util::database::DatabaseReader reader(*data);
+        lane->deserialize(reader, classCount, data);
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * data.size()));
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * data->size()));
 }
 
 void clone(benchmark::State& state) {

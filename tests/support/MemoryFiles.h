@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -38,8 +39,11 @@ public:
     bool failedSaveStays = false;
     // Short memory instead of a failing disk.
     bool outOfMemory = false;
+    // Called at the start of a load, while others may use the disk.
+    std::function<void(const std::string& name)> onLoad = [](const std::string&) {};
 
     util::Bytes load(const std::string& name, std::uint32_t = 0) const override {
+        onLoad(name);
         const std::lock_guard guard(_mutex);
         ++_loads;
         fail<io::filesystem::LoadFileExceptionImpl>(failingLoad, "The disk can't be read.");

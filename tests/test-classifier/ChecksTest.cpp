@@ -9,6 +9,7 @@
 #include "classifier/storage/MemoryLane.h"
 #include "classifier/storage/VectorLane.h"
 #include "support/FailedCheck.h"
+#include "util/Pieces.h"
 
 namespace halvern::classifier {
 
@@ -23,6 +24,7 @@ TEST(ChecksTest, FaultsOfTheProgramEndIt) {
     const std::string longest(31, 'x');
     std::uint32_t removed = 0;
     util::Bytes out;
+    util::Pieces pieces;
 
     Parameter first(0, 1);
     ParameterAccessor accessor(3);
@@ -66,7 +68,7 @@ TEST(ChecksTest, FaultsOfTheProgramEndIt) {
         {notCompact, [&] { lane.lookup("abc", accessor); }},
         {notCompact, [&] { lane.totalCount(); }},
         {notCompact, [&] { lane.uniqueFeatures(); }},
-        {notCompact, [&] { lane.serialize(out); }},
+        {notCompact, [&] { lane.serialize(pieces); }},
         {notCompact, [&] { lane.begin(); }},
         {notCompact, [&] { static_cast<void>(lane == VectorLane<3>()); }},
         {notCompact, [&] { classifier.classify("word", classification); }},

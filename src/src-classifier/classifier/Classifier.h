@@ -7,6 +7,10 @@
 #include "classifier/Classification.h"
 #include "util/Bytes.h"
 
+namespace util {
+class Pieces;
+}
+
 namespace halvern::classifier {
 
 // A set of classes and what has been learned about the texts of each.
@@ -23,7 +27,7 @@ public:
     // learned. Throws std::bad_cast if the implementations differ.
     virtual void swap(Classifier& other) = 0;
 
-    // Makes a deep copy.
+    // Makes a copy, on which changes of the one don't show in the other. It takes memory for what is changed.
     virtual std::unique_ptr<Classifier> clone() const = 0;
 
     virtual bool classExists(std::string_view className) const = 0;
@@ -61,9 +65,15 @@ public:
     // Replaces the content of out with the whole classifier as bytes. Requires a compact classifier.
     virtual void getTrainingData(util::Bytes& out) const = 0;
 
+    // Appends the same bytes where they lie, which is good until the classifier next changes.
+    virtual void getTrainingData(util::Pieces& out) const = 0;
+
     // Becomes the classifier that the bytes describe. Throws ClassifierException if they are damaged or of
     // an unknown version; the classifier is then empty, for it was cleared first.
     virtual void setTrainingData(const util::Bytes& data) = 0;
+
+    // The same without a copy of the bytes: the classifier keeps them, and uses them where they lie.
+    virtual void setTrainingData(util::Bytes&& data) = 0;
 };
 
 }  // namespace halvern::classifier

@@ -13,9 +13,11 @@
 #include "classifier/KeywordExtractor.h"
 #include "classifier/ProductScoring.h"
 #include "classifier/Scoring.h"
+#include "classifier/TokensByLength.h"
 #include "classifier/storage/Migration.h"
 #include "debug/Assertion.h"
 #include "util/FixedStream.h"
+#include "util/Pieces.h"
 #include "util/database/DatabaseReader.h"
 
 namespace halvern::classifier {
@@ -35,14 +37,6 @@ Keywords noKeywords(0, 0.0);
     text << "Trying to " << action << " on a class that doesn't exist. Class name '"
          << std::string(className).c_str() << "'.";
     throw ClassifierException(text.str());
-}
-
-std::uint64_t occurrencesOf(const TokenCounts& tokenCounts) {
-    std::uint64_t sum = 0;
-    for (const auto& [token, count] : tokenCounts) {
-        sum += count;
-    }
-    return sum;
 }
 
 // Offers the token as a keyword of the class with the greatest share of its values; the first of equals wins.
@@ -154,21 +148,7 @@ void ClassifierImpl::train(std::string_view className, std::string_view text) {
     if (!classExists(className)) {
         throwUnknownClass("train", className);
     }
-    _features.requireRoom(className, occurrencesOf(tokenCounts));
-    auto next = tokenCounts.begin();
-    try {
-        for (; next != tokenCounts.end(); ++next) {
-            const auto [token, count] = *next;
-            _features.add(className, token, count);
-        }
-    } catch (...) {
-        // A text is learned whole or not at all. Taking features off needs no memory.
-        for (auto added = tokenCounts.begin(); added != next; ++added) {
-            const auto [token, count] = *added;
-            _features.sub(className, token, count);
-        }
-        throw;
-    }
+    _features.addAll(className, TokensByLength(tokenCounts).groups());
 }
 
 void ClassifierImpl::untrain(std::string_view className, std::string_view text) {
@@ -184,9 +164,7 @@ void ClassifierImpl::untrain(std::string_view className, std::string_view text) 
     if (!classExists(className)) {
         throwUnknownClass("untrain", className);
     }
-    for (const auto& [token, count] : tokenCounts) {
-        _features.sub(className, token, count);
-    }
+    _features.subAll(className, TokensByLength(tokenCounts).groups());
 }
 
 void ClassifierImpl::compact() { _features.compact(); }
@@ -275,19 +253,30 @@ std::vector<ClassInformation> ClassifierImpl::getInformation() const {
 }
 
 void ClassifierImpl::getTrainingData(util::Bytes& out) const {
-    constexpr std::size_t HEADER_SIZE = 16;
+    util::Pieces pieces;
+    getTrainingData(pieces);
     out.clear();
-    out.reserve(HEADER_SIZE);
-    util::database::writePrimitive(out, _dataVersion);
-    util::database::writePrimitive(out, _extractorVersion);
-    util::database::writePrimitive(out, _smoothing);
+    pieces.appendTo(out);
+}
+
+void ClassifierImpl::getTrainingData(util::Pieces& out) const {
+    util::Bytes header;
+    util::database::writePrimitive(header, _dataVersion);
+    util::database::writePrimitive(header, _extractorVersion);
+    util::database::writePrimitive(header, _smoothing);
+    out.add(std::move(header));
     _features.serialize(out);
 }
 
 void ClassifierImpl::setTrainingData(const util::Bytes& data) {
     _features.clear();
+    setTrainingData(util::Bytes(data));
+}
+
+void ClassifierImpl::setTrainingData(util::Bytes&& data) {
+    _features.clear();
     try {
-        load(data);
+        load(std::move(data));
     } catch (const util::database::DatabaseReaderException& exception) {
         _features.clear();
         util::FixedStream<4096> text;
@@ -299,20 +288,20 @@ void ClassifierImpl::setTrainingData(const util::Bytes& data) {
     }
 }
 
-void ClassifierImpl::load(const util::Bytes& data) {
+void ClassifierImpl::load(util::Bytes data) {
     if (data.empty()) {
         throw ClassifierException("Trying to load classifier with empty training data.");
     }
     const auto version = util::database::DatabaseReader(data).getNextPrimitive<std::uint32_t>();
     if (version == DATA_VERSION) {
-        deserialize(data);
+        deserialize(std::move(data));
         return;
     }
     if (version >= OLDEST_DATA_VERSION && version < DATA_VERSION) {
         util::Bytes migrated;
         migrated.reserve(data.size());
         storage::migrate(data, migrated);
-        deserialize(migrated);
+        deserialize(std::move(migrated));
         return;
     }
     util::FixedStream<128> text;
@@ -320,8 +309,9 @@ void ClassifierImpl::load(const util::Bytes& data) {
     throw ClassifierException(text.str());
 }
 
-void ClassifierImpl::deserialize(const util::Bytes& data) {
-    util::database::DatabaseReader reader(data);
+void ClassifierImpl::deserialize(util::Bytes data) {
+    const auto owner = std::make_shared<const util::Bytes>(std::move(data));
+    util::database::DatabaseReader reader(*owner);
     if (reader.getNextPrimitive<std::uint32_t>() != DATA_VERSION) {
         throw ClassifierException("Expected version 5 data to deserialize");
     }
@@ -332,7 +322,7 @@ void ClassifierImpl::deserialize(const util::Bytes& data) {
     _extractor = makeFeatureExtractor(extractorVersion);
     _extractorVersion = extractorVersion;
     _smoothing = smoothing;
-    _features.deserialize(reader);
+    _features.deserialize(reader, owner);
     if (!reader.atEnd()) {
         report("There should exist no more training data at this point.", __LINE__);
     }

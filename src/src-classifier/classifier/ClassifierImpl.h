@@ -36,9 +36,11 @@ public:
     void classifyKeywords(std::string_view text, Keywords& keywords) const override;
     std::vector<ClassInformation> getInformation() const override;
     void getTrainingData(util::Bytes& out) const override;
+    void getTrainingData(util::Pieces& out) const override;
     // What lies behind the last lane is reported to the callback and ignored. The extractor's generation and
     // the smoothing may stay those of damaged data.
     void setTrainingData(const util::Bytes& data) override;
+    void setTrainingData(util::Bytes&& data) override;
 
 private:
     ClassifierImpl(const ClassifierImpl& other);
@@ -49,8 +51,8 @@ private:
                 Classification& classification) const;
     void requireValid(double probability) const;
     void report(const char* description, std::uint32_t line) const;
-    void load(const util::Bytes& data);
-    void deserialize(const util::Bytes& data);
+    void load(util::Bytes data);
+    void deserialize(util::Bytes data);
 
     std::unique_ptr<Callback> _callback;
     std::uint32_t _dataVersion;

@@ -4,6 +4,7 @@
 
 #include "debug/Assertion.h"
 #include "server/BadRequestException.h"
+#include "util/Pieces.h"
 
 namespace halvern::morvane {
 
@@ -49,7 +50,7 @@ void ClassifierTransactionImpl::commit() {
     }
     if (_classifierInfo.held.lock) {
         // The file first: if that fails, memory still agrees with the file that was there before.
-        util::Bytes data;
+        util::Pieces data;
         _classifierInfo.copy->compact();
         _classifierInfo.copy->getTrainingData(data);
         _jobDistribution.save(_name, data);

@@ -12,6 +12,7 @@
 #include "io/filesystem/RemoveFile.h"
 #include "io/filesystem/SaveFile.h"
 #include "io/filesystem/SizeFile.h"
+#include "platform/event/Event.h"
 #include "platform/memory/MemoryStatus.h"
 #include "platform/mutex/AutoLock.h"
 #include "platform/mutex/ReaderWriterLock.h"
@@ -57,6 +58,50 @@ private:
 
 }  // namespace
 
+// The table's mutex, taken at a moment when the file isn't being loaded.
+class JobDistributionImpl::SettledTable {
+public:
+    SettledTable(JobDistributionImpl& table, const std::string& file) {
+        for (;;) {
+            _lock.emplace(table._mutex);
+            const auto loading = table._loading.find(file);
+            if (loading == table._loading.end()) {
+                return;
+            }
+            const boost::shared_ptr<platform::event::EventImpl> ended = loading->second;
+            _lock.reset();
+            ended->wait();
+        }
+    }
+
+private:
+    std::optional<ScopedLock> _lock;
+};
+
+// One load, from its announcement to its end, whatever the end is. Made with the mutex held, and ended
+// without it.
+class JobDistributionImpl::Loading {
+public:
+    Loading(JobDistributionImpl& table, const std::string& file)
+        : _table(table), _needed(2 * table._sizeFile.size(file, false)) {
+        _announced = table._loading.emplace(file, boost::make_shared<platform::event::EventImpl>()).first;
+        table._neededByLoads += _needed;
+    }
+    Loading(const Loading&) = delete;
+    Loading& operator=(const Loading&) = delete;
+    ~Loading() {
+        const ScopedLock table(_table._mutex);
+        _announced->second->set();
+        _table._neededByLoads -= _needed;
+        _table._loading.erase(_announced);
+    }
+
+private:
+    JobDistributionImpl& _table;
+    const std::uint64_t _needed;  // the bytes of the file, and as many for a write sequence on it
+    std::map<std::string, boost::shared_ptr<platform::event::EventImpl>>::iterator _announced;
+};
+
 JobDistributionImpl::JobDistributionImpl(
     const ClassifierFactory& classifierFactory, const platform::memory::MemoryStatus& memoryStatus,
     const io::filesystem::LoadFile& loadFile, const io::filesystem::SaveFile& saveFile,
@@ -97,15 +142,17 @@ HeldClassifier JobDistributionImpl::create(const std::string& name, const Thread
 
 boost::shared_ptr<ThreadSafeClassifier> JobDistributionImpl::get(const std::string& name) {
     const std::string file = fileOf(name);
-    const ScopedLock table(_mutex);
-    const auto entry = _classifiers.find(file);
-    if (entry != _classifiers.end()) {
-        entry->second->setLastUsed(std::time(nullptr));
-        return entry->second;
-    }
-    // The bytes and what is made of them are in memory at once.
-    const std::uint64_t needed = 2 * _sizeFile.size(file, false);
-    while (_memoryStatus.available() < needed && evict()) {
+    std::optional<Loading> loading;
+    {
+        const SettledTable table(*this, file);
+        const auto entry = _classifiers.find(file);
+        if (entry != _classifiers.end()) {
+            entry->second->setLastUsed(std::time(nullptr));
+            return entry->second;
+        }
+        loading.emplace(*this, file);
+        while (_memoryStatus.available() < _neededByLoads && evict()) {
+        }
     }
     const FileLock lock(file);
     if (!_existsFile.exists(file)) {
@@ -113,6 +160,7 @@ boost::shared_ptr<ThreadSafeClassifier> JobDistributionImpl::get(const std::stri
     }
     auto loaded =
         boost::make_shared<ThreadSafeClassifier>(_classifierFactory, _loadFile, file, _callbackFactory);
+    const ScopedLock table(_mutex);
     _classifiers.emplace(file, loaded);
     return loaded;
 }
@@ -123,10 +171,10 @@ std::uint64_t JobDistributionImpl::getSize(const std::string& name) {
     return _sizeFile.size(file, false);
 }
 
-void JobDistributionImpl::save(const std::string& name, const util::Bytes& data) {
+void JobDistributionImpl::save(const std::string& name, const util::Pieces& data) {
     const std::string file = fileOf(name);
     const FileLock lock(file);
-    _saveFile.save(file, data);
+    _saveFile.replace(file, data);
 }
 
 void JobDistributionImpl::remove(const std::string& name, const ThreadSafeClassifier* held) {
@@ -140,7 +188,7 @@ void JobDistributionImpl::remove(const std::string& name, const ThreadSafeClassi
                 continue;
             }
         }
-        const ScopedLock table(_mutex);
+        const SettledTable table(*this, file);
         const auto entry = _classifiers.find(file);
         if ((entry == _classifiers.end() ? nullptr : entry->second) != known) {
             continue;  // somebody has created or loaded it meanwhile
@@ -202,7 +250,7 @@ boost::shared_ptr<ThreadSafeClassifier> JobDistributionImpl::find(const std::str
 boost::shared_ptr<ThreadSafeClassifier> JobDistributionImpl::enter(
     const std::string& name, const std::string& file,
     const boost::shared_ptr<ThreadSafeClassifier>& created) {
-    const ScopedLock table(_mutex);
+    const SettledTable table(*this, file);
     const auto entry = _classifiers.find(file);
     if (entry != _classifiers.end()) {
         return entry->second;

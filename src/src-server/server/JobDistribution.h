@@ -9,7 +9,6 @@
 #include "platform/mutex/MutexImpl.h"
 #include "platform/mutex/ReaderWriterLock.h"
 #include "server/ThreadSafeClassifier.h"
-#include "util/Bytes.h"
 
 namespace io::filesystem {
 class ExistsFile;
@@ -18,6 +17,14 @@ class RemoveFile;
 class SaveFile;
 class SizeFile;
 }  // namespace io::filesystem
+
+namespace util {
+class Pieces;
+}
+
+namespace platform::event {
+class EventImpl;
+}
 
 namespace platform::memory {
 class MemoryStatus;
@@ -57,9 +64,12 @@ struct HeldClassifier {
 //    for the writer of an object in its way. Otherwise a client could be told of a classifier that, its own
 //    creator having failed, never was.
 //
+// 5. A load is part of the table: whoever asks the table about a classifier that is being loaded, or is about
+//    to change what the table says of it, waits for the end of the load first.
+//
 // Locks, from outside in: the writer or reader lock of one classifier, the table's mutex, the lock of one
-// file. A thread holds the lock of one classifier at a time, and waits for no classifier's lock with the
-// mutex held.
+// file. A thread holds the lock of one classifier at a time, and waits for no classifier's lock and no load
+// with the mutex held; it holds the lock of the file that it loads.
 //
 // All operations but discard() throw ClassifierPathException for a name that leads anywhere but directly into
 // the root directory, and pass on what file operations and classifiers throw.
@@ -79,7 +89,7 @@ public:
     virtual std::uint64_t getSize(const std::string& name) = 0;
 
     // Replaces the file. Requires the writer lock of the classifier.
-    virtual void save(const std::string& name, const util::Bytes& data) = 0;
+    virtual void save(const std::string& name, const util::Pieces& data) = 0;
 
     // Removes the file and the object in memory, as far as there are any, and marks the object. Waits for the
     // writer lock, unless held (see create) is that object. If the file can't be removed, nothing has
@@ -91,10 +101,11 @@ public:
     virtual void discard(const std::string& name, ThreadSafeClassifier& held) noexcept = 0;
 };
 
-// Loads a file under the mutex, so that no file is loaded twice at once. Before a load, classifiers that
-// nobody works with leave memory, the one unused for the longest time first, until twice the size of the file
-// is free. Nothing else ever leaves, and nothing is saved then: what is in the table is on disk or in
-// somebody's hands.
+// Loads a file without the mutex, so that a load holds up nobody but those who want the same classifier: they
+// find it announced, wait for its end, and look again, so that no file is loaded twice at once. Before a
+// load, classifiers that nobody works with leave memory, the one unused for the longest time first, until
+// twice the size of the file is free, and of all others that are being loaded. Nothing else ever leaves, and
+// nothing is saved then: what is in the table is on disk or in somebody's hands.
 class JobDistributionImpl final : public JobDistribution {
 public:
     // rootPath is the root directory as configured; an empty one means the current directory.
@@ -109,11 +120,14 @@ public:
     HeldClassifier create(const std::string& name, const ThreadSafeClassifier* held) override;
     boost::shared_ptr<ThreadSafeClassifier> get(const std::string& name) override;
     std::uint64_t getSize(const std::string& name) override;
-    void save(const std::string& name, const util::Bytes& data) override;
+    void save(const std::string& name, const util::Pieces& data) override;
     void remove(const std::string& name, const ThreadSafeClassifier* held) override;
     void discard(const std::string& name, ThreadSafeClassifier& held) noexcept override;
 
 private:
+    class Loading;
+    class SettledTable;
+
     // The path that stands for the name in every file operation and in the table.
     std::string fileOf(const std::string& name) const;
     boost::shared_ptr<ThreadSafeClassifier> find(const std::string& file);
@@ -136,7 +150,10 @@ private:
 
     // Shared, because a classifier that leaves the table lives on for whoever still works with it.
     std::map<std::string, boost::shared_ptr<ThreadSafeClassifier>> _classifiers;
-    platform::mutex::MutexImpl _mutex;  // guards _classifiers
+    // By file. The event is set when the load has ended, well or not.
+    std::map<std::string, boost::shared_ptr<platform::event::EventImpl>> _loading;
+    std::uint64_t _neededByLoads = 0;   // bytes
+    platform::mutex::MutexImpl _mutex;  // guards all of these
 };
 
 }  // namespace halvern::morvane

@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include "classifier/ClassifierException.h"
+#include "platform/event/Event.h"
 #include "server/BadRequestException.h"
 #include "server/ClassifierTransaction.h"
 #include "support/ClassifierTable.h"
+#include "support/WaitingThread.h"
 
 namespace halvern::morvane {
 namespace {
@@ -46,7 +49,7 @@ TEST_F(JobDistributionTest, LastComponentIsFoldedAndNothingOutsideOfTheRootIsTou
         EXPECT_THROW(table.create(name, nullptr), ClassifierPathException) << name;
         EXPECT_THROW(table.get(name), ClassifierPathException) << name;
         EXPECT_THROW(table.getSize(name), ClassifierPathException) << name;
-        EXPECT_THROW(table.save(name, {}), ClassifierPathException) << name;
+        EXPECT_THROW(table.save(name, util::Pieces()), ClassifierPathException) << name;
         EXPECT_THROW(table.remove(name, nullptr), ClassifierPathException) << name;
     }
     EXPECT_TRUE(files.names().empty());
@@ -55,13 +58,70 @@ TEST_F(JobDistributionTest, LastComponentIsFoldedAndNothingOutsideOfTheRootIsTou
               "classifier root directory.");
 
     // A root that ends in a separator gives a doubled one; no root at all means the current directory.
+    const util::Pieces nothing;
     JobDistributionImpl doubled(factory, memory, files, files, files, files, files, callbackFactory, "./c/",
                                 log);
-    doubled.save("./c//A.dat", {});
+    doubled.save("./c//A.dat", nothing);
     JobDistributionImpl current(factory, memory, files, files, files, files, files, callbackFactory, "", log);
-    current.save("B.dat", {});
-    EXPECT_THROW(current.save("c/B.dat", {}), ClassifierPathException);
+    current.save("B.dat", nothing);
+    EXPECT_THROW(current.save("c/B.dat", nothing), ClassifierPathException);
     EXPECT_EQ(files.names(), (std::vector<std::string>{"./c//a.dat", "b.dat"}));
+}
+
+// Two files are being loaded for as long as the test likes; one of the loads fails.
+TEST_F(JobDistributionTest, LoadHoldsUpOnlyThoseWhoWantTheSameClassifier) {
+    store({"root/slow.dat", "root/bad.dat", "root/other.dat"});
+    files.put("root/bad.dat", "no classifier");
+    platform::event::EventImpl release;
+    files.onLoad = [&](const std::string& name) {
+        if (name != "root/other.dat") {
+            release.wait();
+        }
+    };
+    const auto failsToLoad = [&] {
+        EXPECT_THROW(table.get("root/bad.dat"), classifier::ClassifierException);
+    };
+    boost::shared_ptr<ThreadSafeClassifier> loaded;
+    boost::shared_ptr<ThreadSafeClassifier> again;
+    std::string refusal;
+    {
+        const support::WaitingThread first([&] { loaded = table.get("root/slow.dat"); });
+        const support::WaitingThread failing(failsToLoad);
+        EXPECT_TRUE(first.becomesBlocked() && failing.becomesBlocked());
+        const support::WaitingThread second([&] { again = table.get("root/SLOW.dat"); });
+        const support::WaitingThread failingToo(failsToLoad);
+        const support::WaitingThread creating([&] {
+            refusal = failureOf<ClassifierExistsException>([&] { table.create("root/slow.dat", nullptr); });
+        });
+        EXPECT_TRUE(second.becomesBlocked() && failingToo.becomesBlocked() && creating.becomesBlocked());
+
+        const int before = files.loads();
+        table.get("root/other.dat");
+        EXPECT_EQ(files.loads(), before + 1);
+        EXPECT_THROW(table.get("root/none.dat"), ClassifierNotFoundException);
+        table.create("root/new.dat", nullptr);
+        release.set();
+    }
+    EXPECT_EQ(loaded, again);
+    EXPECT_EQ(refusal, "Trying to create a classifier that already exists (in memory) 'root/slow.dat'.");
+    EXPECT_EQ(files.loads(), 4) << "one each, but for the file that fails each time";
+}
+
+// A removal, too, finds either what was there before the load or what it gave.
+TEST_F(JobDistributionTest, RemovalWaitsForALoad) {
+    store({"root/slow.dat"});
+    platform::event::EventImpl release;
+    files.onLoad = [&](const std::string&) { release.wait(); };
+    boost::shared_ptr<ThreadSafeClassifier> loaded;
+    {
+        const support::WaitingThread loading([&] { loaded = table.get("root/slow.dat"); });
+        EXPECT_TRUE(loading.becomesBlocked());
+        const support::WaitingThread removing([&] { table.remove("root/slow.dat", nullptr); });
+        EXPECT_TRUE(removing.becomesBlocked());
+        release.set();
+    }
+    EXPECT_TRUE(loaded->isRemoved());
+    EXPECT_THROW(table.get("root/slow.dat"), ClassifierNotFoundException);
 }
 
 TEST_F(JobDistributionTest, LoadUnderPressureEvictsWhatNobodyHoldsOldestFirst) {

@@ -1,10 +1,12 @@
 #include "classifier/storage/FeatureSet.h"
 
 #include <algorithm>
+#include <numeric>
 #include <utility>
 
 #include "classifier/ClassifierException.h"
 #include "classifier/storage/LaneFactory.h"
+#include "util/Pieces.h"
 #include "util/database/DatabaseReader.h"
 
 namespace halvern::classifier::storage {
@@ -48,7 +50,7 @@ FeatureSet::FeatureSet() {
     }
 }
 
-FeatureSet::FeatureSet(const FeatureSet& other) : _classes(other._classes) {
+FeatureSet::FeatureSet(const FeatureSet& other) : _classes(other._classes), _liesInData(other._liesInData) {
     const VectorLaneFactory factory;
     _lanes.reserve(laneCount);
     for (std::size_t i = 0; i < laneCount; ++i) {
@@ -61,6 +63,7 @@ FeatureSet::~FeatureSet() = default;
 void FeatureSet::swap(FeatureSet& other) noexcept {
     _classes.swap(other._classes);
     _lanes.swap(other._lanes);
+    std::swap(_liesInData, other._liesInData);
     forgetClassNames();
     other.forgetClassNames();
 }
@@ -115,6 +118,10 @@ void FeatureSet::removeClass(std::string_view name) {
                                   "'.");
     }
     for (const auto& lane : _lanes) {
+        lane->makeOwn();
+    }
+    _liesInData = false;
+    for (const auto& lane : _lanes) {
         lane->removeClass(entry->_classIndex);
     }
     // The lanes have moved the records of the later classes down in the same way.
@@ -128,10 +135,6 @@ ClassEntry& FeatureSet::getClass(std::string_view name) { return requireClass(_c
 
 const ClassEntry& FeatureSet::getClass(std::string_view name) const { return requireClass(_classes, name); }
 
-void FeatureSet::requireRoom(std::string_view className, std::uint64_t count) const {
-    requireRoomIn(getClass(className), count);
-}
-
 void FeatureSet::add(std::string_view className, std::string_view feature, std::uint32_t count) {
     CHECK(feature.size() < _lanes.size(), "Add with feature bigger than max allowed size (32)");
     ClassEntry& entry = getClass(className);
@@ -142,10 +145,13 @@ void FeatureSet::add(std::string_view className, std::string_view feature, std::
     entry.addCount(count);
 }
 
-// Totals are loaded on trust and may be smaller than the records say, so no more is taken off than there is.
 void FeatureSet::sub(std::string_view className, std::string_view feature, std::uint32_t count) {
     CHECK(feature.size() < _lanes.size(), "Add with feature bigger than max allowed size (32)");
-    ClassEntry& entry = getClass(className);
+    sub(getClass(className), feature, count);
+}
+
+// Totals are loaded on trust and may be smaller than the records say, so no more is taken off than there is.
+void FeatureSet::sub(ClassEntry& entry, std::string_view feature, std::uint32_t count) {
     std::uint32_t removed = 0;
     if (_lanes[feature.size()]->sub(feature, entry._classIndex, count, removed) && entry._unique > 0) {
         entry.removeUnique();
@@ -153,9 +159,59 @@ void FeatureSet::sub(std::string_view className, std::string_view feature, std::
     entry.removeCount(std::min(removed, entry._count));
 }
 
+void FeatureSet::addAll(std::string_view className, std::span<const FeatureCounts> groups) {
+    ClassEntry& entry = getClass(className);
+    std::uint64_t sum = 0;
+    for (const FeatureCounts& group : groups) {
+        CHECK(group.length < _lanes.size(), "Add with feature bigger than max allowed size (32)");
+        sum = std::accumulate(group.counts, group.counts + group.size, sum);
+    }
+    requireRoomIn(entry, sum);
+    std::uint32_t unique = 0;
+    std::size_t done = 0;
+    try {
+        for (; done < groups.size(); ++done) {
+            unique += _lanes[groups[done].length]->addAll(groups[done], entry._classIndex);
+        }
+    } catch (...) {
+        // What has just been added is taken off again without memory.
+        for (const FeatureCounts& group : groups.first(done)) {
+            for (std::size_t i = 0; i < group.size; ++i) {
+                std::uint32_t removed = 0;
+                _lanes[group.length]->sub({group.features[i], group.length}, entry._classIndex,
+                                          group.counts[i], removed);
+            }
+        }
+        throw;
+    }
+    entry._unique += unique;
+    entry.addCount(static_cast<std::uint32_t>(sum));
+}
+
+void FeatureSet::subAll(std::string_view className, std::span<const FeatureCounts> groups) {
+    ClassEntry& entry = getClass(className);
+    for (const FeatureCounts& group : groups) {
+        CHECK(group.length < _lanes.size(), "Add with feature bigger than max allowed size (32)");
+        _lanes[group.length]->reserve(group.size);
+    }
+    for (const FeatureCounts& group : groups) {
+        for (std::size_t i = 0; i < group.size; ++i) {
+            sub(entry, {group.features[i], group.length}, group.counts[i]);
+        }
+    }
+}
+
 void FeatureSet::compact() {
+    bool isChanged = false;
     for (const auto& lane : _lanes) {
-        lane->compact();
+        isChanged |= lane->compact();
+    }
+    // The bytes that were deserialised stay in memory whole as long as one lane lies in them.
+    if (isChanged && _liesInData) {
+        for (const auto& lane : _lanes) {
+            lane->makeOwn();
+        }
+        _liesInData = false;
     }
 }
 
@@ -164,37 +220,27 @@ void FeatureSet::clear() {
         lane->clear();
     }
     _classes.clear();
+    _liesInData = false;
     forgetClassNames();
 }
 
-std::size_t FeatureSet::serializedSize() const {
-    std::size_t size = sizeof(std::uint16_t);
+void FeatureSet::serialize(util::Pieces& out) const {
+    util::Bytes table;
+    util::database::writePrimitive(table, static_cast<std::uint16_t>(_classes.size()));
     for (const ClassEntry& entry : _classes) {
-        size += sizeof(std::uint32_t) + entry.name.size() + sizeof(entry._classIndex) + sizeof(entry._count) +
-                sizeof(entry._unique);
+        util::database::writeString(table, entry.name);
+        util::database::writePrimitive(table, entry._classIndex);
+        util::database::writePrimitive(table, entry._count);
+        util::database::writePrimitive(table, entry._unique);
     }
-    for (const auto& lane : _lanes) {
-        size += sizeof(std::uint32_t) + static_cast<std::size_t>(lane->end().record - lane->begin().record);
-    }
-    return size;
-}
-
-void FeatureSet::serialize(util::Bytes& out) const {
-    // A big classifier leaves no memory for a buffer that grows by copying.
-    out.reserve(out.size() + serializedSize());
-    util::database::writePrimitive(out, static_cast<std::uint16_t>(_classes.size()));
-    for (const ClassEntry& entry : _classes) {
-        util::database::writeString(out, entry.name);
-        util::database::writePrimitive(out, entry._classIndex);
-        util::database::writePrimitive(out, entry._count);
-        util::database::writePrimitive(out, entry._unique);
-    }
+    out.add(std::move(table));
     for (const auto& lane : _lanes) {
         lane->serialize(out);
     }
 }
 
-void FeatureSet::deserialize(util::database::DatabaseReader& reader) {
+void FeatureSet::deserialize(util::database::DatabaseReader& reader,
+                             const std::shared_ptr<const void>& owner) {
     clear();
     try {
         const std::uint16_t classCount = reader.getNextPrimitive<std::uint16_t>();
@@ -211,8 +257,9 @@ void FeatureSet::deserialize(util::database::DatabaseReader& reader) {
             _classes.push_back(std::move(entry));
         }
         for (const auto& lane : _lanes) {
-            lane->deserialize(reader, classCount);
+            lane->deserialize(reader, classCount, owner);
         }
+        _liesInData = owner != nullptr;
         forgetClassNames();
     } catch (...) {
         clear();

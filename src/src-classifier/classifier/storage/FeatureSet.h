@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,8 +13,10 @@
 #include "classifier/ClassNames.h"
 #include "classifier/storage/LaneBase.h"
 #include "classifier/storage/StorageTypes.h"
-#include "util/Bytes.h"
 
+namespace util {
+class Pieces;
+}
 namespace util::database {
 class DatabaseReader;
 }
@@ -32,7 +35,8 @@ public:
     static constexpr std::size_t maxClasses = 65535;
 
     FeatureSet();
-    // A deep copy, in the same state of compaction.
+    // A copy of its own, in the same state of compaction. What neither of both changes takes memory only
+    // once.
     FeatureSet(const FeatureSet& other);
     FeatureSet& operator=(const FeatureSet&) = delete;
     ~FeatureSet();
@@ -42,31 +46,34 @@ public:
     bool classExists(std::string_view name) const;
     // Throws ClassifierException for a name that is empty or taken, and when the table is full.
     void addClass(std::string_view name);
-    // Throws ClassifierException for an unknown name. The lanes must be compact.
+    // Throws ClassifierException for an unknown name, or std::bad_alloc, and changes nothing then. The lanes
+    // must be compact.
     void removeClass(std::string_view name);
     // Throws ClassifierException for an unknown name.
     ClassEntry& getClass(std::string_view name);
     const ClassEntry& getClass(std::string_view name) const;
 
-    // Throws ClassifierException if the class is unknown, or if its total count can't take this much more. To
-    // be asked with the sum of a text before its first add, so that a text is taken as a whole or refused as
-    // a whole.
-    void requireRoom(std::string_view className, std::uint64_t count) const;
     // Requires count > 0 and a feature shorter than laneCount. Changes nothing when it throws:
     // ClassifierException for an unknown class or a count that would not fit, or std::bad_alloc.
     void add(std::string_view className, std::string_view feature, std::uint32_t count);
-    // Takes off up to what the class holds of the feature. Requires and throws as add does; allocates
-    // nothing.
+    // Takes off up to what the class holds of the feature. Requires and throws as add does.
     void sub(std::string_view className, std::string_view feature, std::uint32_t count);
+    // The features of a text, by their lengths, with a sum of counts below 2^64. They are added, or taken
+    // off, as a whole or not at all, and cheaper than one by one. Throws as add and sub do.
+    void addAll(std::string_view className, std::span<const FeatureCounts> groups);
+    void subAll(std::string_view className, std::span<const FeatureCounts> groups);
     // Folds what was trained into all lanes. Throws std::bad_alloc; nothing learned is lost then.
     void compact();
     void clear();
 
-    // Appends the class table and the lanes, which must be compact.
-    void serialize(util::Bytes& out) const;
+    // Appends the class table and the lanes, which must be compact, and stay as they are for as long as the
+    // pieces are used.
+    void serialize(util::Pieces& out) const;
     // Replaces the content. Throws DatabaseReaderException for data that is cut off or contradicts itself,
-    // and std::bad_alloc; the content is then undefined until clear().
-    void deserialize(util::database::DatabaseReader& reader);
+    // and std::bad_alloc; the content is then undefined until clear(). With an owner, which keeps the bytes
+    // behind the reader as they are, the records are used where they lie.
+    void deserialize(util::database::DatabaseReader& reader,
+                     const std::shared_ptr<const void>& owner = nullptr);
 
     const std::vector<ClassEntry>& classes() const { return _classes; }
     // What depends on the class names alone. Made when it is first asked for after they changed; any number
@@ -77,11 +84,12 @@ public:
     const LaneBase& lane(std::size_t index) const { return *_lanes[index]; }
 
 private:
-    std::size_t serializedSize() const;
+    void sub(ClassEntry& entry, std::string_view feature, std::uint32_t count);
     void forgetClassNames() noexcept;
 
     std::vector<ClassEntry> _classes;               // in class index order
     std::vector<std::unique_ptr<LaneBase>> _lanes;  // always laneCount of them, by feature length
+    bool _liesInData = false;                       // lanes may lie in the bytes that were deserialised
     mutable std::mutex _namesMutex;                 // held while _names is made
     mutable std::atomic<bool> _namesAreMade{false};
     mutable std::shared_ptr<const ClassNames> _names;

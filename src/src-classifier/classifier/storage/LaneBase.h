@@ -2,11 +2,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 
 #include "classifier/storage/StorageTypes.h"
-#include "util/Bytes.h"
 
+namespace util {
+class Pieces;
+}
 namespace util::database {
 class DatabaseReader;
 }
@@ -20,6 +23,14 @@ struct LaneIterator {
     std::uint64_t featureSize;  // bytes of a feature, at the front of its record
 };
 
+// Features of one length with their counts. The features must not be equal to each other.
+struct FeatureCounts {
+    std::size_t length;           // of each feature, in bytes
+    const char* const* features;  // size of them
+    const std::uint32_t* counts;  // one for each feature, above 0
+    std::size_t size;
+};
+
 // All records of the features of one length, for a caller that doesn't know the length.
 //
 // add and sub leave behind what only compact() folds in. The operations that say so require a lane that is
@@ -31,17 +42,27 @@ public:
 
     // Same feature length, same records, same counts. This lane must be compact.
     virtual bool operator==(const LaneBase& other) const = 0;
-    // Drops the records of the class and moves all classes behind it down by one. Must be compact; allocates
-    // nothing.
+    // Drops the records of the class and moves all classes behind it down by one. Must be compact, and must
+    // not share its records with a copy (see makeOwn); allocates nothing.
     virtual void removeClass(std::uint16_t classIndex) = 0;
     // Returns true if the class did not have this feature. Requires count > 0. Changes nothing when it
     // throws: std::bad_alloc, or ClassifierException if the record's count would not fit in 32 bits.
     virtual bool add(std::string_view feature, std::uint16_t classIndex, std::uint32_t count) = 0;
     // Takes off as much as there is, tells how much in removed, and returns true if that was the last of it.
+    // Throws std::bad_alloc and changes nothing then. Needs no memory behind reserve(), or behind an add() of
+    // the same feature and class since the lane was last compact.
     virtual bool sub(std::string_view feature, std::uint16_t classIndex, std::uint32_t count,
                      std::uint32_t& removed) = 0;
-    // Costs nothing on a compact lane. Throws std::bad_alloc and leaves the lane as it was.
-    virtual void compact() = 0;
+    // Makes room for changes of so many features. Throws std::bad_alloc and changes nothing then.
+    virtual void reserve(std::size_t changes) = 0;
+    // Adds them all to the class, and returns how many of them it did not have. Cheaper than as many calls of
+    // add. Changes nothing when it throws what add throws.
+    virtual std::uint32_t addAll(const FeatureCounts& features, std::uint16_t classIndex) = 0;
+    // Costs nothing on a compact lane; returns true if this wasn't one. Throws std::bad_alloc and leaves the
+    // lane as it was.
+    virtual bool compact() = 0;
+    // Ends the sharing of records, by a copy if need be. Throws std::bad_alloc and changes nothing then.
+    virtual void makeOwn() = 0;
     // Gives all memory back.
     virtual void clear() = 0;
     // The record's count, or 0 without such a record. Must be compact.
@@ -53,12 +74,15 @@ public:
     virtual std::uint32_t totalCount() const = 0;
     // Number of features, each counted once whatever the number of its classes. Must be compact.
     virtual std::uint32_t uniqueFeatures() const = 0;
-    // Appends the number of records and their bytes. Must be compact.
-    virtual void serialize(util::Bytes& out) const = 0;
+    // Appends the number of records and their bytes, which stay where they are. Must be compact, and stay as
+    // it is for as long as the pieces are used.
+    virtual void serialize(util::Pieces& out) const = 0;
     // Replaces the content. Throws DatabaseReaderException if the data is cut off, or if its records are not
     // strictly in order, name a class at or beyond classCount, or have a count of 0; and std::bad_alloc. The
-    // lane is empty then.
-    virtual void deserialize(util::database::DatabaseReader& reader, std::uint32_t classCount) = 0;
+    // lane is empty then. The lane's records stay where they lie if an owner is given, which keeps the bytes
+    // behind the reader as they are; otherwise they are copied.
+    virtual void deserialize(util::database::DatabaseReader& reader, std::uint32_t classCount,
+                             const std::shared_ptr<const void>& owner) = 0;
     // Must be compact.
     virtual LaneIterator begin() const = 0;
     virtual LaneIterator end() const = 0;

@@ -6,6 +6,7 @@
 
 #include "classifier/storage/FeatureSet.h"
 #include "classifier/storage/TokenDistribution.h"
+#include "util/Pieces.h"
 #include "util/database/DatabaseReader.h"
 
 namespace halvern::classifier::storage {
@@ -57,7 +58,9 @@ void migrate(const util::Bytes& data, util::Bytes& out) {
     util::database::writePrimitive(out, currentVersion);
     util::database::writePrimitive(out, version);
     util::database::writePrimitive(out, smoothing);
-    features.serialize(out);
+    util::Pieces pieces;
+    features.serialize(pieces);
+    pieces.appendTo(out);
 }
 
 }  // namespace halvern::classifier::storage

@@ -110,10 +110,21 @@ struct FeatureRecord {
         }
     }
 
+    // The last word goes without a branch, as in isFeatureBelow.
     bool operator<(const FeatureRecord& other) const {
-        return isSameFeature<N>(feature, other.feature)
-                   ? parameter.classIndex() < other.parameter.classIndex()
-                   : isFeatureBelow<N>(feature, other.feature);
+        const bool isClassBelow = parameter.classIndex() < other.parameter.classIndex();
+        constexpr std::size_t words = (N + 7) / 8;
+        for (std::size_t i = 0; i < words; ++i) {
+            const std::uint64_t word = featureWord<N>(feature, i);
+            const std::uint64_t otherWord = featureWord<N>(other.feature, i);
+            if (i + 1 == words) {
+                return (word < otherWord) | ((word == otherWord) & isClassBelow);
+            }
+            if (word != otherWord) {
+                return word < otherWord;
+            }
+        }
+        return isClassBelow;
     }
     bool operator==(const FeatureRecord& other) const {
         return parameter.classIndex() == other.parameter.classIndex() &&

@@ -1,12 +1,14 @@
 #pragma once
 
-#include <boost/unordered_set.hpp>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 #include <vector>
 
+#include "classifier/storage/FreshRecords.h"
 #include "classifier/storage/LaneBase.h"
+#include "classifier/storage/SharedRecords.h"
 #include "classifier/storage/SparseIndex.h"
 #include "classifier/storage/StorageTypes.h"
 
@@ -14,18 +16,21 @@ namespace halvern::classifier::storage {
 
 // All records of the features that are N bytes long.
 //
-// Counts of known records change in place in one sorted, packed array, the only store that readers see. New
-// records wait in a hash table until compact() merges both. A record of the array whose count falls to 0
-// keeps its place until then, and the same key coming back takes it again.
+// They lie in one sorted, packed array, the only store that readers see. New records wait in a table until
+// compact() merges both. Counts of known records change in place; a record of the array whose count falls to
+// 0 keeps its place until then, and the same key coming back takes it again.
+//
+// An array that a copy of the lane shares doesn't change. A record of it whose count changes gets into the
+// table as well, where it stands in front of the old one.
 template <std::size_t N>
 class VectorLane final : public LaneBase {
 public:
     VectorLane() = default;
-    // Copies both stores, so a copy of a lane that isn't compact isn't either. The array's copy has no slack.
+    // A copy of a lane that isn't compact isn't either. The array has no slack.
     VectorLane(const VectorLane&) = default;
     VectorLane& operator=(const VectorLane&) = delete;
 
-    bool isCompact() const { return _permaDeleted == 0 && _temporary.empty(); }
+    bool isCompact() const { return _permaDeleted == 0 && _fresh.size() == _freshDeleted; }
 
     bool operator==(const LaneBase& other) const override;
     bool operator==(const VectorLane& other) const;
@@ -33,14 +38,18 @@ public:
     bool add(std::string_view feature, std::uint16_t classIndex, std::uint32_t count) override;
     bool sub(std::string_view feature, std::uint16_t classIndex, std::uint32_t count,
              std::uint32_t& removed) override;
-    void compact() override;
+    void reserve(std::size_t changes) override;
+    std::uint32_t addAll(const FeatureCounts& features, std::uint16_t classIndex) override;
+    bool compact() override;
+    void makeOwn() override;
     void clear() override;
     std::uint32_t find(std::string_view feature, std::uint16_t classIndex) const override;
     ParameterAccessor& lookup(std::string_view feature, ParameterAccessor& accessor) const override;
     std::uint32_t totalCount() const override;
     std::uint32_t uniqueFeatures() const override;
-    void serialize(util::Bytes& out) const override;
-    void deserialize(util::database::DatabaseReader& reader, std::uint32_t classCount) override;
+    void serialize(util::Pieces& out) const override;
+    void deserialize(util::database::DatabaseReader& reader, std::uint32_t classCount,
+                     const std::shared_ptr<const void>& owner) override;
     LaneIterator begin() const override;
     LaneIterator end() const override;
     void lookupAll(const char* const* features, std::size_t count, FeatureRecords* found) const override;
@@ -48,14 +57,10 @@ public:
 private:
     using Record = FeatureRecord<N>;
     using Records = std::vector<Record>;
-    using Place = typename Records::const_iterator;
-    struct Hash {
-        std::size_t operator()(const Record& record) const { return record.hash(); }
-    };
-    using Temporary = boost::unordered_set<Record, Hash>;
+    using Place = const Record*;
 
     static std::uint64_t firstWord(const char* feature);
-    static void describe(const Records& records, SparseIndex& index);
+    static void describe(const Record* records, std::size_t size, SparseIndex& index);
 
     // Finds the first record of the block in which each feature has to be searched.
     template <std::size_t Count>
@@ -75,19 +80,39 @@ private:
     template <class Below>
     const Record* lowerBound(const char* feature, const Below& below) const;
     const Record* findPermanent(const Record& key) const;
+    // Moves each place from the first record of its block to the first that isn't below the key.
+    template <std::size_t Count>
+    void findKeysInBlocks(const Record* const* keys, const Record** places) const;
+    // Where the count of a key is; both null for an unknown one.
+    struct Target {
+        std::uint32_t hash;
+        Record* fresh;        // in _fresh
+        const Record* known;  // in _permanent, only asked for if there is none in _fresh
+    };
+    Target targetOf(const Record& key);
+    // The same for up to groupSize keys.
+    void findTargets(const Record* keys, std::size_t count, Target* targets);
+    // The record that is to be changed, made if need be from the one that is shared.
+    Record& changeable(const Target& target);
+    // The number of keys without a count that this one counts among, once it has none.
+    std::size_t& deletedLike(const Target& target, const Record& key);
+    // True if the key had no count. All that can throw comes before the first change.
+    bool addTo(const Target& target, const Record& record);
+    // What is looked for together when a text is added.
+    static constexpr std::size_t groupSize = 32;
     FeatureRecords recordsFrom(const Record* first, const char* feature) const;
     // The first record of _permanent at or behind from that isn't below the key.
     Place firstNotBelow(const Record& key, Place from) const;
     // Without the reserved places.
     void appendLiving(Records& out, Place from, Place to) const;
-    static void requireSound(const Records& records, std::uint32_t classCount);
+    static void requireSound(const Record* records, std::size_t size, std::uint32_t classCount);
 
-    Records _permanent;                    // sorted by key, capacity equal to size when compacted
-    SparseIndex _index;                    // of _permanent
-    Temporary _temporary{initialBuckets};  // never holds a key that _permanent holds, nor a count of 0
-    std::int32_t _permaDeleted = 0;        // records of _permanent with a count of 0
-
-    static constexpr std::size_t initialBuckets = 16;
+    SharedRecords<Record> _permanent;  // sorted by key, capacity equal to size when compacted
+    SparseIndex _index;                // of _permanent
+    FreshRecords<Record> _fresh;       // new records, and those that stand in front of shared ones
+    std::size_t _freshKnown = 0;       // records of _fresh that stand in front of one
+    std::size_t _freshDeleted = 0;     // others of _fresh with a count of 0
+    std::size_t _permaDeleted = 0;     // keys of _permanent that have come to a count of 0
 };
 
 // 32 lanes are the dearest thing to compile in this library; they are made once, in units of their own.

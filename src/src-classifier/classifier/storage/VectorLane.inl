@@ -3,15 +3,34 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <utility>
 
 #include "classifier/ClassifierException.h"
 #include "classifier/storage/VectorLane.h"
+#include "util/Pieces.h"
 #include "util/database/DatabaseReader.h"
 
 // The lanes' operations, for the units that make the lanes.
 namespace halvern::classifier::storage {
+
+// Calls visit(size of the group, index of its first) for one group after the other. The compiler knows their
+// sizes, so that the state of their searches stays in registers.
+template <class Visit>
+void forEachGroup(std::size_t count, const Visit& visit) {
+    constexpr std::size_t LARGE = 4;
+    std::size_t next = 0;
+    for (; count - next >= LARGE; next += LARGE) {
+        visit(std::integral_constant<std::size_t, LARGE>(), next);
+    }
+    for (; count - next >= 2; next += 2) {
+        visit(std::integral_constant<std::size_t, 2>(), next);
+    }
+    if (next < count) {
+        visit(std::integral_constant<std::size_t, 1>(), next);
+    }
+}
 
 template <std::size_t N>
 std::uint64_t VectorLane<N>::firstWord(const char* feature) {
@@ -19,8 +38,8 @@ std::uint64_t VectorLane<N>::firstWord(const char* feature) {
 }
 
 template <std::size_t N>
-void VectorLane<N>::describe(const Records& records, SparseIndex& index) {
-    index.update(records.size(), [&](std::size_t i) { return firstWord(records[i].feature); });
+void VectorLane<N>::describe(const Record* records, std::size_t size, SparseIndex& index) {
+    index.update(size, [&](std::size_t i) { return firstWord(records[i].feature); });
 }
 
 // What a search costs is the wait for memory. Most lines of a block are asked for before it is searched, as
@@ -110,19 +129,79 @@ bool VectorLane<N>::operator==(const VectorLane& other) const {
 template <std::size_t N>
 void VectorLane<N>::removeClass(std::uint16_t classIndex) {
     CHECK(isCompact(), "The lane has not been compacted since training");
-    auto kept = _permanent.begin();
+    CHECK(!_permanent.isShared() || _permanent.empty(), "The lane shares its records with a copy");
+    std::size_t kept = 0;
     for (const Record& record : _permanent) {
         if (record.parameter.classIndex() == classIndex) {
             continue;
         }
-        *kept = record;
-        if (kept->parameter.classIndex() > classIndex) {
-            kept->parameter.packClassIndex();
+        Record& place = _permanent.changeable(_permanent.data()[kept++]);
+        place = record;
+        if (place.parameter.classIndex() > classIndex) {
+            place.parameter.packClassIndex();
         }
-        ++kept;
     }
-    _permanent.erase(kept, _permanent.end());
-    describe(_permanent, _index);
+    _permanent.truncate(kept);
+    describe(_permanent.data(), kept, _index);
+}
+
+template <std::size_t N>
+template <std::size_t Count>
+void VectorLane<N>::findKeysInBlocks(const Record* const* keys, const Record** places) const {
+    const Record* group[Count];
+    std::copy_n(places, Count, group);
+    searchBlocks(group, [keys](const Record& record, std::size_t i) { return record < *keys[i]; });
+    std::copy_n(group, Count, places);
+}
+
+// What has changed once since the lane was compact is found in the table, which costs less than a search.
+template <std::size_t N>
+typename VectorLane<N>::Target VectorLane<N>::targetOf(const Record& key) {
+    const std::uint32_t hash = _fresh.hashOf(key);
+    Record* const fresh = _fresh.find(key, hash);
+    return {hash, fresh, fresh == nullptr ? findPermanent(key) : nullptr};
+}
+
+template <std::size_t N>
+FeatureRecord<N>& VectorLane<N>::changeable(const Target& target) {
+    if (target.fresh != nullptr) {
+        return *target.fresh;
+    }
+    if (!_permanent.isShared()) {
+        return _permanent.changeable(*target.known);
+    }
+    Record& copy = _fresh.insert(*target.known, target.hash);
+    ++_freshKnown;
+    return copy;
+}
+
+template <std::size_t N>
+std::size_t& VectorLane<N>::deletedLike(const Target& target, const Record& key) {
+    const bool isKnown = target.known != nullptr || findPermanent(key) != nullptr;
+    return isKnown ? _permaDeleted : _freshDeleted;
+}
+
+template <std::size_t N>
+bool VectorLane<N>::addTo(const Target& target, const Record& record) {
+    const Record* const held = target.fresh != nullptr ? target.fresh : target.known;
+    if (held == nullptr) {
+        _fresh.insert(record, target.hash);
+        return true;
+    }
+    const std::uint32_t count = record.parameter.count();
+    const std::uint32_t before = held->parameter.count();
+    if (count > UINT32_MAX - before) {
+        throw ClassifierException("Trying to train a feature into a class more than " +
+                                  std::to_string(UINT32_MAX) +
+                                  " times. This is the largest count of a feature.");
+    }
+    changeable(target).parameter.add(count);
+    if (before == 0) {
+        std::size_t& deleted = deletedLike(target, record);
+        CHECK(deleted > 0, "Perma deleted is becomming zero.");
+        --deleted;
+    }
+    return before == 0;
 }
 
 template <std::size_t N>
@@ -130,26 +209,7 @@ bool VectorLane<N>::add(std::string_view feature, std::uint16_t classIndex, std:
     CHECK(feature.size() == N, "A feature has other than lane size");
     CHECK(count > 0, "Trying to add zero or below feature count");
     const Record record(feature, classIndex, count);
-    const Record* known = findPermanent(record);
-    if (known == nullptr) {
-        const auto [place, isNew] = _temporary.insert(record);
-        if (isNew) {
-            return true;
-        }
-        known = &*place;
-    }
-    const std::uint32_t before = known->parameter.count();
-    if (count > UINT32_MAX - before) {
-        throw ClassifierException("Trying to train a feature into a class more than " +
-                                  std::to_string(UINT32_MAX) +
-                                  " times. This is the largest count of a feature.");
-    }
-    if (before == 0) {
-        CHECK(_permaDeleted > 0, "Perma deleted is becomming zero.");
-        --_permaDeleted;
-    }
-    const_cast<Record*>(known)->parameter.add(count);
-    return before == 0;
+    return addTo(targetOf(record), record);
 }
 
 template <std::size_t N>
@@ -159,29 +219,89 @@ bool VectorLane<N>::sub(std::string_view feature, std::uint16_t classIndex, std:
     CHECK(count > 0, "Trying to sub zero or below feature count");
     removed = 0;
     const Record key(feature, classIndex, 0);
-    if (const Record* const known = findPermanent(key)) {
-        removed = const_cast<Record*>(known)->parameter.sub(count);
-        const bool isLast = removed > 0 && known->parameter.count() == 0;
-        _permaDeleted += isLast ? 1 : 0;
-        return isLast;
-    }
-    const auto place = _temporary.find(key);
-    if (place == _temporary.end()) {
+    const Target target = targetOf(key);
+    const Record* const held = target.fresh != nullptr ? target.fresh : target.known;
+    if (held == nullptr || held->parameter.count() == 0) {
         return false;
     }
-    removed = const_cast<Record&>(*place).parameter.sub(count);
-    if (place->parameter.count() > 0) {
+    Record& changed = changeable(target);
+    removed = changed.parameter.sub(count);
+    if (changed.parameter.count() > 0) {
         return false;
     }
-    _temporary.erase(place);
+    ++deletedLike(target, key);
     return true;
+}
+
+template <std::size_t N>
+void VectorLane<N>::reserve(std::size_t changes) {
+    _fresh.reserve(changes);
+}
+
+template <std::size_t N>
+std::uint32_t VectorLane<N>::addAll(const FeatureCounts& features, std::uint16_t classIndex) {
+    reserve(features.size);
+    std::uint32_t added = 0;
+    std::size_t done = 0;
+    try {
+        while (done < features.size) {
+            Record records[groupSize];
+            Target targets[groupSize];
+            const std::size_t count = std::min(groupSize, features.size - done);
+            for (std::size_t i = 0; i < count; ++i) {
+                records[i] = Record({features.features[done + i], N}, classIndex, features.counts[done + i]);
+            }
+            findTargets(records, count, targets);
+            for (std::size_t i = 0; i < count; ++i, ++done) {
+                added += addTo(targets[i], records[i]) ? 1 : 0;
+            }
+        }
+    } catch (const ClassifierException&) {
+        for (std::size_t i = 0; i < done; ++i) {
+            std::uint32_t removed = 0;
+            sub({features.features[i], N}, classIndex, features.counts[i], removed);
+        }
+        throw;
+    }
+    return added;
+}
+
+template <std::size_t N>
+void VectorLane<N>::findTargets(const Record* records, std::size_t count, Target* targets) {
+    const Record* keys[groupSize]{};
+    const char* features[groupSize]{};
+    const Record* places[groupSize]{};
+    std::size_t missing[groupSize];
+    std::size_t size = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint32_t hash = _fresh.hashOf(records[i]);
+        targets[i] = {hash, _fresh.find(records[i], hash), nullptr};
+        if (targets[i].fresh == nullptr) {
+            missing[size] = i;
+            features[size] = records[i].feature;
+            keys[size++] = &records[i];
+        }
+    }
+    if (_permanent.empty()) {
+        return;
+    }
+    forEachGroup(size, [&](auto group, std::size_t next) {
+        findBlocks<decltype(group)::value>(features + next, places + next);
+    });
+    forEachGroup(size, [&](auto group, std::size_t next) {
+        findKeysInBlocks<decltype(group)::value>(keys + next, places + next);
+    });
+    for (std::size_t i = 0; i < size; ++i) {
+        const bool isThere = places[i] != _permanent.end() && *places[i] == *keys[i];
+        targets[missing[i]].known = isThere ? places[i] : nullptr;
+    }
 }
 
 // A text brings few new records into a big lane, so the distance to the next one is found by ever wider
 // steps.
 template <std::size_t N>
 typename VectorLane<N>::Place VectorLane<N>::firstNotBelow(const Record& key, Place from) const {
-    const Place end = _permanent.cend();
+    const Place end = _permanent.end();
     std::ptrdiff_t step = 1;
     while (end - from > step && from[step - 1] < key) {
         from += step;
@@ -200,43 +320,54 @@ void VectorLane<N>::appendLiving(Records& out, Place from, Place to) const {
     }
 }
 
-// Only the new records are sorted; they then join the old ones, which already are. All allocation comes
-// before the exchange.
+// Only the records of the table are sorted; they then join the others, which already are. All allocation
+// comes before the first change.
 template <std::size_t N>
-void VectorLane<N>::compact() {
-    if (isCompact()) {
-        return;
+bool VectorLane<N>::compact() {
+    const bool isChanged = !isCompact();
+    if (isChanged) {
+        const std::size_t newSize =
+            _permanent.size() - _permaDeleted + _fresh.size() - _freshKnown - _freshDeleted;
+        const auto merged = std::make_shared<Records>();
+        Records& tmp = *merged;
+        tmp.reserve(newSize);
+        SparseIndex index;
+        index.update(newSize, [](std::size_t) { return std::uint64_t{0}; });
+        Records fresh = _fresh.take();
+        std::sort(fresh.begin(), fresh.end());
+        Place old = _permanent.begin();
+        for (const Record& record : fresh) {
+            const Place next = firstNotBelow(record, old);
+            appendLiving(tmp, old, next);
+            old = next != _permanent.end() && *next == record ? next + 1 : next;
+            if (record.parameter.count() != 0) {
+                tmp.push_back(record);
+            }
+        }
+        appendLiving(tmp, old, _permanent.end());
+        CHECK(tmp.size() == newSize, "Unexpected size on new feature vector.");
+        describe(tmp.data(), newSize, index);
+        _permanent = SharedRecords<Record>(merged);
+        _index.swap(index);
     }
-    const std::size_t newSize =
-        _permanent.size() - static_cast<std::size_t>(_permaDeleted) + _temporary.size();
-    Temporary empty(initialBuckets);
-    Records fresh(_temporary.begin(), _temporary.end());
-    std::sort(fresh.begin(), fresh.end());
-    Records tmp;
-    tmp.reserve(newSize);
-    Place old = _permanent.cbegin();
-    for (const Record& record : fresh) {
-        const Place next = firstNotBelow(record, old);
-        appendLiving(tmp, old, next);
-        tmp.push_back(record);
-        old = next;
-    }
-    appendLiving(tmp, old, _permanent.cend());
-    CHECK(tmp.size() == newSize, "Unexpected size on new feature vector.");
-
-    SparseIndex index;
-    describe(tmp, index);
-    _permanent.swap(tmp);
-    _index.swap(index);
-    _temporary.swap(empty);
+    _fresh.take();
+    _freshKnown = 0;
+    _freshDeleted = 0;
     _permaDeleted = 0;
+    return isChanged;
+}
+
+template <std::size_t N>
+void VectorLane<N>::makeOwn() {
+    _permanent.makeOwn();
 }
 
 template <std::size_t N>
 void VectorLane<N>::clear() {
-    Records().swap(_permanent);
-    SparseIndex().swap(_index);
-    Temporary(initialBuckets).swap(_temporary);
+    _permanent = {};
+    _fresh.take();
+    _freshKnown = 0;
+    _freshDeleted = 0;
     _permaDeleted = 0;
 }
 
@@ -266,23 +397,6 @@ ParameterAccessor& VectorLane<N>::lookup(std::string_view feature, ParameterAcce
         ++record;
     } while (record != end && isSameFeature<N>(record->feature, bytes));
     return accessor;
-}
-
-// Calls visit(size of the group, index of its first) for one group after the other. The compiler knows their
-// sizes, so that the state of their searches stays in registers.
-template <class Visit>
-void forEachGroup(std::size_t count, const Visit& visit) {
-    constexpr std::size_t LARGE = 4;
-    std::size_t next = 0;
-    for (; count - next >= LARGE; next += LARGE) {
-        visit(std::integral_constant<std::size_t, LARGE>(), next);
-    }
-    for (; count - next >= 2; next += 2) {
-        visit(std::integral_constant<std::size_t, 2>(), next);
-    }
-    if (next < count) {
-        visit(std::integral_constant<std::size_t, 1>(), next);
-    }
 }
 
 template <std::size_t N>
@@ -367,42 +481,52 @@ std::uint32_t VectorLane<N>::uniqueFeatures() const {
 }
 
 template <std::size_t N>
-void VectorLane<N>::serialize(util::Bytes& out) const {
+void VectorLane<N>::serialize(util::Pieces& out) const {
     CHECK(isCompact(), "The lane has not been compacted since training");
-    util::database::writePrimitive(out, static_cast<std::uint32_t>(_permanent.size()));
-    const char* const bytes = reinterpret_cast<const char*>(_permanent.data());
-    out.insert(out.end(), bytes, bytes + _permanent.size() * sizeof(Record));
+    util::Bytes count;
+    util::database::writePrimitive(count, static_cast<std::uint32_t>(_permanent.size()));
+    out.add(std::move(count));
+    out.addView({reinterpret_cast<const char*>(_permanent.data()), _permanent.size() * sizeof(Record)});
 }
 
 template <std::size_t N>
-void VectorLane<N>::deserialize(util::database::DatabaseReader& reader, std::uint32_t classCount) {
+void VectorLane<N>::deserialize(util::database::DatabaseReader& reader, std::uint32_t classCount,
+                                const std::shared_ptr<const void>& owner) {
     clear();
     const std::uint32_t count = reader.getNextPrimitive<std::uint32_t>();
-    Records records;
-    reader.getNextRecords(records, count);
-    requireSound(records, classCount);
-    describe(records, _index);
-    _permanent.swap(records);
+    const Record* const records = reader.getNextRecords<Record>(count);
+    requireSound(records, count, classCount);
+    if (count == 0) {
+        return;
+    }
+    _permanent = SharedRecords<Record>(owner, records, count);
+    if (owner == nullptr) {
+        _permanent.makeOwn();
+    }
 }
 
 // A lane that breaks one of these would fail a check in the midst of a later request, and end the process
-// with it.
+// with it. Nearly every lane is sound, so first all records are asked without a branch.
 template <std::size_t N>
-void VectorLane<N>::requireSound(const Records& records, std::uint32_t classCount) {
+void VectorLane<N>::requireSound(const Record* records, std::size_t size, std::uint32_t classCount) {
     using util::database::DatabaseReaderException;
-    const Record* previous = nullptr;
-    for (const Record& record : records) {
-        if (previous != nullptr && !(*previous < record)) {
+    bool isSound = true;
+    for (std::size_t i = 0; i < size; ++i) {
+        const Parameter& parameter = records[i].parameter;
+        isSound &= (i == 0 || records[i - 1] < records[i]) & (parameter.classIndex() < classCount) &
+                   (parameter.count() != 0);
+    }
+    for (std::size_t i = 0; !isSound; ++i) {
+        if (i > 0 && !(records[i - 1] < records[i])) {
             throw DatabaseReaderException("The database is corrupt, the records of a lane are not in order.");
         }
-        if (record.parameter.classIndex() >= classCount) {
+        if (records[i].parameter.classIndex() >= classCount) {
             throw DatabaseReaderException(
                 "The database is corrupt, a record is of a class that does not exist.");
         }
-        if (record.parameter.count() == 0) {
+        if (records[i].parameter.count() == 0) {
             throw DatabaseReaderException("The database is corrupt, a record has a count of 0.");
         }
-        previous = &record;
     }
 }
 

@@ -64,6 +64,18 @@ private:
     int _spare = -1;
 };
 
+void requireSavable(const std::string& name, std::uint64_t size) {
+    if (size > MAX_DATA_SIZE) {
+        util::FixedStream<512> message;
+        message << "Could not save the file because the data size was too big. The data size is " << size
+                << ". The data cannot be bigger than " << MAX_DATA_SIZE << " bytes.";
+        refuse(message.str(), name);
+    }
+    if (name.empty()) {
+        refuse("Cannot open file. No filename specified.", name);
+    }
+}
+
 void append(const std::string& name, const util::Bytes& data) {
     static std::mutex mutex;
     static SpareDescriptor spare;
@@ -171,7 +183,7 @@ class Replacement {
 public:
     Replacement(const FileCalls& calls, const std::string& name) : _calls(calls), _name(name) {}
 
-    void run(const util::Bytes& data) const {
+    void run(const util::Pieces& data) const {
         const std::string target = behindLinks();
         struct stat old {};
         const bool replaces = checkOldFile(target, old);
@@ -185,7 +197,7 @@ public:
         if (replaces && _calls.fchmod(file.get(), old.st_mode & 07777) != 0) {
             failOpening(_name, errno, "The system call 'fchmod' failed.");
         }
-        write(file.get(), data);
+        writePieces(file.get(), data);
         // The rename may reach the disk before the data does; without this a power cut leaves an empty file.
         // Never tried again: after a failure the kernel may have dropped the pages and would report success.
         if (_calls.fsync(file.get()) != 0) {
@@ -243,7 +255,25 @@ private:
         return true;
     }
 
-    void write(int file, const util::Bytes& data) const {
+    // What is small goes to the system together.
+    void writePieces(int file, const util::Pieces& pieces) const {
+        constexpr std::size_t SMALL = 16384;
+        util::Bytes together;
+        for (const std::string_view piece : pieces) {
+            if (together.size() + piece.size() > SMALL) {
+                write(file, {together.data(), together.size()});
+                together.clear();
+            }
+            if (piece.size() > SMALL) {
+                write(file, piece);
+            } else {
+                together.insert(together.end(), piece.begin(), piece.end());
+            }
+        }
+        write(file, {together.data(), together.size()});
+    }
+
+    void write(int file, std::string_view data) const {
         for (std::size_t written = 0; written < data.size();) {
             const ssize_t count = untilUninterrupted(
                 [&] { return _calls.write(file, data.data() + written, data.size() - written); });
@@ -263,20 +293,19 @@ private:
 SaveFileImpl::SaveFileImpl(const FileCalls& calls) : _calls(calls) {}
 
 void SaveFileImpl::save(const std::string& name, const util::Bytes& data, std::uint32_t mode) const {
-    if (data.size() > MAX_DATA_SIZE) {
-        util::FixedStream<512> message;
-        message << "Could not save the file because the data size was too big. The data size is "
-                << data.size() << ". The data cannot be bigger than " << MAX_DATA_SIZE << " bytes.";
-        refuse(message.str(), name);
-    }
-    if (name.empty()) {
-        refuse("Cannot open file. No filename specified.", name);
-    }
     if ((mode & APPEND) != 0) {
+        requireSavable(name, data.size());
         append(name, data);
     } else {
-        Replacement(_calls, name).run(data);
+        util::Pieces pieces;
+        pieces.addView({data.data(), data.size()});
+        replace(name, pieces);
     }
+}
+
+void SaveFileImpl::replace(const std::string& name, const util::Pieces& pieces) const {
+    requireSavable(name, pieces.size());
+    Replacement(_calls, name).run(pieces);
 }
 
 }  // namespace io::filesystem

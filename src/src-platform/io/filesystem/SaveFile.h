@@ -7,6 +7,7 @@
 #include "io/IOException.h"
 #include "io/filesystem/FileCalls.h"
 #include "util/Bytes.h"
+#include "util/Pieces.h"
 
 namespace io::filesystem {
 
@@ -35,6 +36,13 @@ public:
     // trade names: the new content is visible then, but may be lost again in a power cut. An append that
     // fails may have added the beginning of the data.
     virtual void save(const std::string& name, const util::Bytes& data, std::uint32_t mode = 0) const = 0;
+
+    // The same as save in mode 0, for content that lies in pieces.
+    virtual void replace(const std::string& name, const util::Pieces& pieces) const {
+        util::Bytes data;
+        pieces.appendTo(data);
+        save(name, data);
+    }
 };
 
 // Keeps one descriptor of the process in hand, so that an append works where there is none left.
@@ -43,6 +51,8 @@ public:
     // calls must outlive this object. Appends always go to the system itself.
     explicit SaveFileImpl(const FileCalls& calls = systemCalls());
     void save(const std::string& name, const util::Bytes& data, std::uint32_t mode = 0) const override;
+    // Copies no large piece.
+    void replace(const std::string& name, const util::Pieces& pieces) const override;
 
 private:
     const FileCalls& _calls;

@@ -52,15 +52,15 @@ public:
     // Takes a length as signed 32 bits and then that many bytes. A negative length is damage.
     void getNextString(std::string& out);
 
-    // Takes count records, bound test first and in one copy; out then holds just these.
+    // Takes count records, bound test first, and gives the place where they lie in the buffer.
     template <class R>
-    void getNextRecords(std::vector<R>& out, std::uint32_t count) {
+    const R* getNextRecords(std::uint32_t count) {
         static_assert(std::is_trivially_copyable_v<R> && alignof(R) == 1);
         const std::uint64_t size = std::uint64_t{count} * sizeof(R);
         requireRemaining(size, "getNextCharStream");
         const R* const records = reinterpret_cast<const R*>(_position);
-        out.assign(records, records + count);
         _position += size;
+        return records;
     }
 
     bool atEnd() const { return _position == _end; }

@@ -6,7 +6,9 @@
 #include <map>
 #include <random>
 
+#include "classifier/ClassifierException.h"
 #include "support/StoredClassifier.h"
+#include "util/Pieces.h"
 #include "util/database/DatabaseReader.h"
 
 namespace halvern::classifier::storage {
@@ -20,13 +22,17 @@ struct ModelledSet {
     std::vector<std::string> names;
     std::map<std::string, std::map<std::string, std::uint32_t>> counts;  // by feature and class
 
-    void change(const std::string& feature, const std::string& name, std::uint32_t amount, bool isAddition) {
+    // One feature alone or as a group of one.
+    void change(const std::string& feature, const std::string& name, std::uint32_t amount, bool isAddition,
+                bool isAlone) {
         std::uint32_t& held = counts[feature][name];
+        const char* const bytes = feature.data();
+        const FeatureCounts group{feature.size(), &bytes, &amount, 1};
         if (isAddition) {
-            set.add(name, feature, amount);
+            isAlone ? set.add(name, feature, amount) : set.addAll(name, {&group, 1});
             held += amount;
         } else {
-            set.sub(name, feature, amount);
+            isAlone ? set.sub(name, feature, amount) : set.subAll(name, {&group, 1});
             held -= std::min(held, amount);
         }
     }
@@ -97,7 +103,9 @@ struct ModelledSet {
         const util::Bytes whole = stored.bytes();
         const std::ptrdiff_t headerSize = 16;
         util::Bytes bytes(whole.begin(), whole.begin() + headerSize);
-        set.serialize(bytes);
+        util::Pieces pieces;
+        set.serialize(pieces);
+        pieces.appendTo(bytes);
         EXPECT_EQ(bytes, whole);
     }
 };
@@ -122,7 +130,8 @@ TEST(FeatureSetTest, BehavesAsMapsOfCounts) {
                         feature[place] = "\0a\x7f\x80\xff"[random() % 5];
                     }
                 }
-                model.change(feature, model.names[random() % 4], 1 + random() % 3, random() % 2 == 0);
+                model.change(feature, model.names[random() % 4], 1 + random() % 3, random() % 2 == 0,
+                             random() % 2 == 0);
             }
             if (round % 3 == 0) {
                 FeatureSet copy(model.set);
@@ -134,13 +143,63 @@ TEST(FeatureSetTest, BehavesAsMapsOfCounts) {
             if (round % 5 == 4) {
                 model.removeClass(random() % 4);
                 model.compare();
-                util::Bytes stored;
-                model.set.serialize(stored);
-                util::database::DatabaseReader reader(stored);
-                model.set.deserialize(reader);
+                util::Pieces pieces;
+                model.set.serialize(pieces);
+                const auto stored = std::make_shared<util::Bytes>();
+                pieces.appendTo(*stored);
+                util::database::DatabaseReader reader(*stored);
+                model.set.deserialize(reader, round % 2 == 0 ? stored : nullptr);
                 EXPECT_TRUE(reader.atEnd());
             }
         }
+    }
+}
+
+// All features of one text: new and known ones, more than are searched for together, with one in the last
+// place that has no room for more.
+TEST(FeatureSetTest, TakesAGroupOfFeaturesWholeOrNotAtAll) {
+    const auto bytesOf = [](const FeatureSet& set) {
+        util::Pieces pieces;
+        set.serialize(pieces);
+        util::Bytes bytes;
+        pieces.appendTo(bytes);
+        return bytes;
+    };
+    std::vector<std::string> names;
+    std::vector<const char*> features;
+    for (int i = 0; i < 40; ++i) {
+        names.push_back("f" + std::to_string(10 + i));
+    }
+    for (const std::string& name : names) {
+        features.push_back(name.data());
+    }
+    // A total that was stored too small lets a single count run full before the total does.
+    StoredClassifier full;
+    full.classes = {{"a", 0, 7, 2}};
+    full.records = {{"f15", 0, 7}, {names.back(), 0, UINT32_MAX}};
+    const util::Bytes whole = full.bytes();
+    for (const bool isShared : {false, true}) {
+        util::database::DatabaseReader reader(std::span<const char>(whole).subspan(16));
+        FeatureSet set;
+        set.deserialize(reader);
+        const FeatureSet before(set);
+        if (!isShared) {
+            util::database::DatabaseReader again(std::span<const char>(whole).subspan(16));
+            set.deserialize(again);
+        }
+        const std::vector<std::uint32_t> counts(features.size(), 2);
+        const FeatureCounts groups[] = {{3, features.data(), counts.data(), features.size() - 1},
+                                        {3, features.data(), counts.data(), features.size()}};
+        EXPECT_THROW(set.addAll("a", {groups + 1, 1}), ClassifierException);
+        set.compact();
+        EXPECT_EQ(bytesOf(set), bytesOf(before));
+        set.addAll("a", {groups, 1});
+        EXPECT_EQ(set.classes()[0]._unique, 2u + 38u);
+        EXPECT_EQ(set.classes()[0]._count, 7u + 2u * 39u);
+        set.subAll("a", {groups, 1});
+        set.compact();
+        EXPECT_EQ(bytesOf(set), bytesOf(before));
+        EXPECT_EQ(bytesOf(before), util::Bytes(whole.begin() + 16, whole.end()));
     }
 }
 

@@ -59,6 +59,7 @@ TEST(VectorLaneTest, LanesAreEqualThatHoldTheSame) {
     const auto other = factory.clone(2, *lane);
     EXPECT_TRUE(*lane == *other);
     other->add("hi", 1, 1);
+    other->compact();
     EXPECT_FALSE(*lane == *other);
     other->clear();
     EXPECT_FALSE(*lane == *other);

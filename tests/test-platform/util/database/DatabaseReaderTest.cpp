@@ -22,7 +22,6 @@ struct [[gnu::packed]] Pair {
 // turn negative must neither pass nor reach an allocation.
 TEST(DatabaseReaderTest, RefusesWhatEndsBeyondTheDataAndStaysWhereItWas) {
     Bytes stream;
-    std::vector<Pair> pairs;
     const auto number = [](auto& reader) { reader.template getNextPrimitive<std::uint32_t>(); };
     const auto string = [](auto& reader) {
         std::string text;
@@ -39,9 +38,11 @@ TEST(DatabaseReaderTest, RefusesWhatEndsBeyondTheDataAndStaysWhereItWas) {
         {"ff ff ff ff 61 62", "getNextString", string},
         {"00 00 00 80 61 62", "getNextString", string},
         {"01 02", "getNextCharStream", [&](auto& reader) { reader.getNextCharStream(stream, 0xffffffff); }},
-        {"01 02 03 04 05", "getNextCharStream", [&](auto& reader) { reader.getNextRecords(pairs, 2); }},
+        {"01 02 03 04 05", "getNextCharStream",
+         [&](auto& reader) { reader.template getNextRecords<Pair>(2); }},
         // 3 x 0x55555556 is 2 in 32 bits.
-        {"01 02 03", "getNextCharStream", [&](auto& reader) { reader.getNextRecords(pairs, 0x55555556); }},
+        {"01 02 03", "getNextCharStream",
+         [&](auto& reader) { reader.template getNextRecords<Pair>(0x55555556); }},
     };
     for (const auto& row : cases) {
         const Bytes data = support::fromHex(row.data);
@@ -54,7 +55,7 @@ TEST(DatabaseReaderTest, RefusesWhatEndsBeyondTheDataAndStaysWhereItWas) {
         Bytes all;
         reader.getNextCharStream(all, static_cast<std::uint32_t>(data.size()));
         EXPECT_EQ(all, data);
-        EXPECT_EQ(pairs.capacity() + stream.capacity(), 0u);
+        EXPECT_EQ(stream.capacity(), 0u);
     }
 }
 

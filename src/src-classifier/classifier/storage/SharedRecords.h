@@ -1,0 +1,67 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace halvern::classifier::storage {
+
+// Records in a row, which copies share.
+//
+// Once there has been a copy, or if the records lie in somebody else's memory, they never change again:
+// whoever wants other ones makes new ones. So a copy costs nothing, and takes no memory but for what it
+// changes. Copies may be made by any number of threads at once; a change needs the object for itself alone.
+template <class Record>
+class SharedRecords {
+public:
+    SharedRecords() = default;
+    // May be changed in place, if nobody else does.
+    explicit SharedRecords(const std::shared_ptr<std::vector<Record>>& records) noexcept
+        : _owner(records), _first(records->data()), _size(records->size()) {}
+    // The records lie in memory that lives as long as the owner.
+    SharedRecords(std::shared_ptr<const void> owner, const Record* first, std::size_t size)
+        : _owner(std::move(owner)), _first(first), _size(size), _isShared(true) {}
+    SharedRecords(const SharedRecords& other)
+        : _owner(other._owner), _first(other._first), _size(other._size) {
+        other._isShared.store(true, std::memory_order_relaxed);
+        _isShared.store(true, std::memory_order_relaxed);
+    }
+    SharedRecords& operator=(const SharedRecords&) = delete;
+    SharedRecords& operator=(SharedRecords&& other) noexcept {
+        _owner = std::move(other._owner);
+        _first = std::exchange(other._first, nullptr);
+        _size = std::exchange(other._size, 0);
+        _isShared.store(other._isShared.exchange(false, std::memory_order_relaxed),
+                        std::memory_order_relaxed);
+        return *this;
+    }
+
+    const Record* data() const { return _first; }
+    std::size_t size() const { return _size; }
+    bool empty() const { return _size == 0; }
+    const Record* begin() const { return _first; }
+    const Record* end() const { return _first + _size; }
+
+    bool isShared() const { return _isShared.load(std::memory_order_relaxed); }
+    // One of these records, to be changed. Requires that they aren't shared.
+    static Record& changeable(const Record& record) { return const_cast<Record&>(record); }
+    // Drops the last records. Requires that they aren't shared.
+    void truncate(std::size_t size) { _size = size; }
+    // Makes the records changeable, by a copy if need be. Throws std::bad_alloc and changes nothing then.
+    void makeOwn() {
+        if (isShared()) {
+            *this = SharedRecords(std::make_shared<std::vector<Record>>(begin(), end()));
+        }
+    }
+
+private:
+    std::shared_ptr<const void> _owner;
+    const Record* _first = nullptr;
+    std::size_t _size = 0;
+    // Never false while another copy lives. Set in the original by a copy, which doesn't change it otherwise.
+    mutable std::atomic<bool> _isShared{false};
+};
+
+}  // namespace halvern::classifier::storage
