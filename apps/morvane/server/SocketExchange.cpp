@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "Failure.h"
-#include "platform/memory/MemoryStatus.h"
 #include "util/StringHelper.h"
 
 namespace halvern::morvane::client {
@@ -19,7 +18,6 @@ namespace halvern::morvane::client {
 namespace {
 
 constexpr std::size_t MEGABYTE = 1024 * 1024;
-// Above this size, an answer grows only while the machine has room to spare for it.
 constexpr std::size_t LARGE_ANSWER = 64 * MEGABYTE;
 
 constexpr const char* MAY_HAVE_RUN =
@@ -62,18 +60,15 @@ bool isConnectedToItself(int descriptor) {
            localSize == remoteSize && std::memcmp(&local, &remote, localSize) == 0;
 }
 
-// The system promises more memory than there is, so that no allocation would fail before it kills somebody.
-void checkRoomFor(const std::string& answer) {
-    if (answer.size() >= LARGE_ANSWER && answer.size() == answer.capacity() &&
-        platform::memory::MemoryStatusImpl().available() / 3 < answer.size()) {
-        throw Failure{ExitCode::UNREACHABLE,
-                      "The answer is larger than the memory of this machine allows: " +
-                          std::to_string(answer.size() / MEGABYTE) + " MB came, and it goes on.",
-                      "Ask for less at once."};
-    }
-}
-
 }  // namespace
+
+SocketExchange::SocketExchange(Settings settings)
+    : SocketExchange(std::move(settings), std::make_unique<platform::memory::MemoryStatusImpl>(),
+                     LARGE_ANSWER) {}
+
+SocketExchange::SocketExchange(Settings settings, std::unique_ptr<platform::memory::MemoryStatus> memory,
+                               std::size_t largeAnswer)
+    : _settings(std::move(settings)), _memory(std::move(memory)), _largeAnswer(largeAnswer) {}
 
 std::string SocketExchange::ask(const std::string& request) {
     const Interrupts interrupts;
@@ -81,8 +76,8 @@ std::string SocketExchange::ask(const std::string& request) {
         resolve();
     }
     const Descriptor connection(connectAny(interrupts));
-    // Whoever gives up, or dies, resets the connection: what the system hasn't delivered yet must not reach the server
-    // at a time when the request is taken for lost and sent again.
+    // Whoever gives up, or dies, resets the connection: what the system hasn't delivered yet must not reach
+    // the server at a time when the request is taken for lost and sent again.
     setLinger(connection.get(), true);
     std::string answer = converse(connection.get(), request, interrupts);
     setLinger(connection.get(), false);
@@ -198,8 +193,7 @@ std::string SocketExchange::converse(int descriptor, const std::string& request,
         }
         const ssize_t bytes = ::recv(descriptor, buffer, sizeof(buffer), 0);
         if (bytes > 0) {
-            checkRoomFor(answer);
-            answer.append(buffer, static_cast<std::size_t>(bytes));
+            append(answer, buffer, static_cast<std::size_t>(bytes));
         } else if (bytes == 0) {
             break;
         } else if (errno != EAGAIN && errno != EINTR) {
@@ -210,6 +204,18 @@ std::string SocketExchange::converse(int descriptor, const std::string& request,
         throw brokeOff("it closed the connection without an answer.");
     }
     return answer;
+}
+
+void SocketExchange::append(std::string& answer, const char* bytes, std::size_t size) const {
+    // A string that has to grow doubles, and both are there for a moment.
+    const bool grows = answer.size() + size > answer.capacity();
+    if (grows && answer.size() >= _largeAnswer && _memory->available() / 2 < answer.capacity()) {
+        throw Failure{ExitCode::UNREACHABLE,
+                      "The answer is larger than the memory of this machine allows: " +
+                          std::to_string(answer.size() / MEGABYTE) + " MB came, and it goes on.",
+                      "Ask for less at once."};
+    }
+    answer.append(bytes, size);
 }
 
 // Returns what is ready, or 0 after the timeout.

@@ -140,6 +140,22 @@ TEST(SocketExchangeTest, APeerThatDoesNotPlayByTheRulesEndsInWordsAndNotInAWait)
     EXPECT_EQ(hasty.ask(large).size(), large.size());
 }
 
+TEST(SocketExchangeTest, AnAnswerWithoutEndEndsBeforeTheMemoryDoes) {
+    struct Scarce final : platform::memory::MemoryStatus {
+        std::uint64_t available() const override { return 10'000'000; }
+        std::uint64_t total() const override { return 10'000'000; }
+    };
+    Peer endless([](int connection) {
+        const std::string piece(1'000'000, 'x');
+        while (::send(connection, piece.data(), piece.size(), MSG_NOSIGNAL) > 0) {
+        }
+    });
+    SocketExchange exchange({{"127.0.0.1", endless.port}, {}}, std::make_unique<Scarce>(), 1'000'000);
+    const Failure failure = clientFailureOf([&] { exchange.ask("x"); });
+    EXPECT_EQ(failure.code, ExitCode::UNREACHABLE);
+    EXPECT_THAT(failure.message, HasSubstr("memory of this machine"));
+}
+
 TEST(SocketExchangeTest, ASilentServerIsGivenUpAfterTheTimeout) {
     std::atomic<bool> isOver = false;
     Peer peer([&](int connection) {
