@@ -13,6 +13,7 @@ namespace halvern::morvane::client {
 namespace {
 
 constexpr std::size_t CONFUSED_PAIRS = 20;
+constexpr std::size_t SMALL_MATRIX = 5;  // classes
 constexpr std::size_t SHOWN_TEXT = 900;  // bytes
 // The server cuts words here.
 constexpr std::size_t LONGEST_WORD = 30;
@@ -49,7 +50,7 @@ std::string tiles(const Metrics& metrics) {
 
 std::string confusedPairs(const Metrics& metrics) {
     std::string html =
-        "<div class=\"panel scroll\"><table><caption>Most confused pairs</caption><thead><tr>"
+        "<div class=\"panel scroll\" tabindex=\"0\"><table><caption>Most confused pairs</caption><thead><tr>"
         "<th scope=\"col\">Actual</th><th scope=\"col\" class=\"left\">Predicted</th><th "
         "scope=\"col\">Texts</th>"
         "<th scope=\"col\">Of actual</th></tr></thead><tbody>\n";
@@ -65,7 +66,8 @@ std::string confusedPairs(const Metrics& metrics) {
 
 std::string binTable(const Metrics& metrics) {
     std::string html =
-        "<div class=\"panel scroll\"><table><caption>Reliability in figures</caption><thead><tr>"
+        "<div class=\"panel scroll\" tabindex=\"0\"><table><caption>Reliability in "
+        "figures</caption><thead><tr>"
         "<th scope=\"col\">Confidence</th><th scope=\"col\">Texts</th><th scope=\"col\">Mean</th>"
         "<th scope=\"col\">Right</th></tr></thead><tbody>\n";
     for (const ReliabilityBin& bin : metrics.bins) {
@@ -83,7 +85,7 @@ std::string classTable(const Metrics& metrics) {
     std::stable_sort(scores.begin(), scores.end(),
                      [](const ClassScore& a, const ClassScore& b) { return a.f1 < b.f1; });
     std::string html =
-        "<div class=\"panel scroll\"><table><caption>Weakest first</caption><thead><tr><th "
+        "<div class=\"panel scroll\" tabindex=\"0\"><table><caption>Weakest first</caption><thead><tr><th "
         "scope=\"col\">Class</th>"
         "<th scope=\"col\">Texts</th><th scope=\"col\">Predicted</th><th scope=\"col\">Precision</th>"
         "<th scope=\"col\">Recall</th><th scope=\"col\">F1</th></tr></thead><tbody>\n";
@@ -172,17 +174,24 @@ std::string reportPage(const Report& report) {
         "</h1>\n<p class=\"soft\">" + countText(metrics.texts) + " texts, " +
         countText(metrics.classes.size()) + " classes</p>\n" + tiles(metrics);
     const bool isCut = metrics.classes.size() > MATRIX_LIMIT;
+    // A small matrix leaves room beside it.
+    const std::string matrix = "<div class=\"panel wide\">" + matrixChart(metrics) + "</div>";
+    const std::string pairs = confusedPairs(metrics);
+    const bool isSmall = metrics.classes.size() <= SMALL_MATRIX;
     html += section(
-        "Confusion matrix",
+        "Confusion",
         isCut ? "The classes that are mistaken most often. Each row is an actual class, each column a "
-                "predicted one; blue is right, orange is wrong, and a darker square is a larger share "
+                "predicted one; blue is right, orange is wrong, and a stronger colour is a larger share "
                 "of its row."
               : "Each row is an actual class, each column a predicted one; blue is right, orange is "
-                "wrong, and a darker square is a larger share of its row.",
-        "<div class=\"panel wide\">" + matrixChart(metrics) + "</div>\n");
-    html += section("Confused pairs and classes",
-                    "Where mistakes gather. F1 is the harmonic mean of precision and recall.",
-                    "<div class=\"beside\">" + confusedPairs(metrics) + classTable(metrics) + "</div>\n");
+                "wrong, and a stronger colour is a larger share of its row.",
+        isSmall ? "<div class=\"beside\">" + matrix + pairs + "</div>\n"
+                : matrix + "\n<div class=\"gap\"></div>" + pairs);
+    html += section(
+        "Classes",
+        "Precision is the share of what was put into a class that belongs there, recall the share of the "
+        "class that got there, and F1 their harmonic mean.",
+        classTable(metrics));
     html += section(
         "Calibration",
         "How often the server is right when it is so sure. A curve below the dashed line says that it is "

@@ -30,7 +30,7 @@ p { margin: .25rem 0 .75rem; max-width: 70ch; }
 .beside { display: grid; grid-template-columns: repeat(auto-fit, minmax(min(32rem, 100%), 1fr)); gap: 1rem;
   align-items: start; }
 svg { display: block; height: auto; max-width: 100%; }
-.wide svg { max-width: none; }
+.wide svg { max-width: none; } .gap { height: 1rem; }
 svg text { fill: var(--ink); font-family: inherit; }
 svg text.on { fill: var(--on); }
 svg text.axis { fill: var(--soft); font-size: 13px; }
@@ -49,7 +49,7 @@ tbody tr:last-child > * { border-bottom: 0; }
 tbody th { font-weight: 400; }
 .scroll { max-height: 34rem; overflow: auto; }
 .scroll thead th { position: sticky; top: 0; background: var(--panel); }
-meter { width: 3.5rem; height: .7rem; vertical-align: middle; margin-left: .5rem; }
+meter { width: 6rem; height: .7rem; vertical-align: middle; margin-left: .5rem; }
 ol.mistakes { list-style: none; margin: 0; padding: 0; display: grid; gap: .75rem; }
 .mistakes p { margin: 0; max-width: none; }
 .mistakes .head { display: flex; flex-wrap: wrap; gap: .25rem .75rem; align-items: baseline; }
