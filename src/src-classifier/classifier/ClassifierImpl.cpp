@@ -11,7 +11,6 @@
 #include "classifier/ClassifierException.h"
 #include "classifier/DefaultCallback.h"
 #include "classifier/KeywordExtractor.h"
-#include "classifier/ProductScoring.h"
 #include "classifier/Scoring.h"
 #include "classifier/TokensByLength.h"
 #include "classifier/storage/Migration.h"
@@ -121,6 +120,8 @@ void ClassifierImpl::swap(Classifier& classifier) {
     std::swap(_smoothing, other._smoothing);
     std::swap(_extractor, other._extractor);
     _features.swap(other._features);
+    _weights.forget();
+    other._weights.forget();
 }
 
 std::unique_ptr<Classifier> ClassifierImpl::clone() const {
@@ -131,9 +132,15 @@ bool ClassifierImpl::classExists(std::string_view className) const {
     return _features.classExists(className);
 }
 
-void ClassifierImpl::addClass(std::string_view className) { _features.addClass(className); }
+void ClassifierImpl::addClass(std::string_view className) {
+    _weights.forget();
+    _features.addClass(className);
+}
 
-void ClassifierImpl::removeClass(std::string_view className) { _features.removeClass(className); }
+void ClassifierImpl::removeClass(std::string_view className) {
+    _weights.forget();
+    _features.removeClass(className);
+}
 
 void ClassifierImpl::train(std::string_view className, std::string_view text) {
     TokenCounts tokenCounts;
@@ -148,6 +155,7 @@ void ClassifierImpl::train(std::string_view className, std::string_view text) {
     if (!classExists(className)) {
         throwUnknownClass("train", className);
     }
+    _weights.forget();
     _features.addAll(className, TokensByLength(tokenCounts).groups());
 }
 
@@ -164,6 +172,7 @@ void ClassifierImpl::untrain(std::string_view className, std::string_view text) 
     if (!classExists(className)) {
         throwUnknownClass("untrain", className);
     }
+    _weights.forget();
     _features.subAll(className, TokensByLength(tokenCounts).groups());
 }
 
@@ -172,11 +181,12 @@ void ClassifierImpl::compact() { _features.compact(); }
 void ClassifierImpl::classify(std::string_view text, Classification& classification) const {
     TokenCounts tokenCounts;
     _extractor->extract(text, tokenCounts);
-    if (_features.classes().empty() || !ProductScoring::isFor(_smoothing)) {
+    if (_features.classes().empty() || !ProductWeights::areFor(_smoothing)) {
         classifyTokens(tokenCounts, classification, noKeywords);
         return;
     }
-    ProductScoring scoring(_features.classes(), _smoothing);
+    ProductScoring scoring(
+        *_weights.get([this] { return std::make_unique<ProductWeights>(_features.classes(), _smoothing); }));
     forEachKnown(
         tokenCounts, _features,
         [&scoring](const storage::FeatureRecords& token, std::uint32_t count) { scoring.add(token, count); });
@@ -274,6 +284,7 @@ void ClassifierImpl::setTrainingData(const util::Bytes& data) {
 }
 
 void ClassifierImpl::setTrainingData(util::Bytes&& data) {
+    _weights.forget();
     _features.clear();
     try {
         load(std::move(data));

@@ -7,6 +7,8 @@
 #include "classifier/Callback.h"
 #include "classifier/Classifier.h"
 #include "classifier/FeatureExtractor.h"
+#include "classifier/OnDemand.h"
+#include "classifier/ProductScoring.h"
 #include "classifier/TokenCounts.h"
 #include "classifier/storage/FeatureSet.h"
 
@@ -60,6 +62,7 @@ private:
     double _smoothing;
     std::unique_ptr<FeatureExtractor> _extractor;  // always of the generation _extractorVersion
     storage::FeatureSet _features;
+    OnDemand<std::unique_ptr<const ProductWeights>> _weights;  // of the class table
 };
 
 }  // namespace halvern::classifier

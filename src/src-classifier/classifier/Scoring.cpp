@@ -9,6 +9,7 @@ namespace halvern::classifier {
 namespace {
 
 constexpr double SHARPNESS = 1.4;
+constexpr double LEAST_EXPONENT = -746.0;  // the exponential of anything less is 0
 
 }  // namespace
 
@@ -48,7 +49,10 @@ void turnIntoProbabilities(std::vector<double>& scores, double squares) {
     const double sharpness = classCount * SHARPNESS;
     double total = 0.0;
     for (double& score : scores) {
-        score = std::exp((score - best) * sharpness);
+        // The library takes long to find that a power is too small for a double, as those of most of many
+        // classes are.
+        const double exponent = (score - best) * sharpness;
+        score = exponent < LEAST_EXPONENT ? 0.0 : std::exp(exponent);
         total += score;
     }
     for (double& score : scores) {

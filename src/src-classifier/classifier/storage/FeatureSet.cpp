@@ -64,29 +64,19 @@ void FeatureSet::swap(FeatureSet& other) noexcept {
     _classes.swap(other._classes);
     _lanes.swap(other._lanes);
     std::swap(_liesInData, other._liesInData);
-    forgetClassNames();
-    other.forgetClassNames();
+    _names.forget();
+    other._names.forget();
 }
 
 std::shared_ptr<const ClassNames> FeatureSet::classNames() const {
-    if (!_namesAreMade.load(std::memory_order_acquire)) {
-        const std::lock_guard lock(_namesMutex);
-        if (!_namesAreMade.load(std::memory_order_relaxed)) {
-            std::vector<std::string> names;
-            names.reserve(_classes.size());
-            for (const ClassEntry& entry : _classes) {
-                names.push_back(entry.name);
-            }
-            _names = std::make_shared<ClassNames>(std::move(names));
-            _namesAreMade.store(true, std::memory_order_release);
+    return _names.get([this] {
+        std::vector<std::string> names;
+        names.reserve(_classes.size());
+        for (const ClassEntry& entry : _classes) {
+            names.push_back(entry.name);
         }
-    }
-    return _names;
-}
-
-void FeatureSet::forgetClassNames() noexcept {
-    _namesAreMade.store(false, std::memory_order_relaxed);
-    _names.reset();
+        return std::make_shared<const ClassNames>(std::move(names));
+    });
 }
 
 bool FeatureSet::classExists(std::string_view name) const {
@@ -108,7 +98,7 @@ void FeatureSet::addClass(std::string_view name) {
                                   " classes, the most that it can hold. Remove a class first.");
     }
     _classes.push_back({std::string(name), static_cast<std::uint16_t>(_classes.size())});
-    forgetClassNames();
+    _names.forget();
 }
 
 void FeatureSet::removeClass(std::string_view name) {
@@ -128,7 +118,7 @@ void FeatureSet::removeClass(std::string_view name) {
     for (auto moved = _classes.erase(entry); moved != _classes.end(); ++moved) {
         --moved->_classIndex;
     }
-    forgetClassNames();
+    _names.forget();
 }
 
 ClassEntry& FeatureSet::getClass(std::string_view name) { return requireClass(_classes, name); }
@@ -221,7 +211,7 @@ void FeatureSet::clear() {
     }
     _classes.clear();
     _liesInData = false;
-    forgetClassNames();
+    _names.forget();
 }
 
 void FeatureSet::serialize(util::Pieces& out) const {
@@ -260,7 +250,7 @@ void FeatureSet::deserialize(util::database::DatabaseReader& reader,
             lane->deserialize(reader, classCount, owner);
         }
         _liesInData = owner != nullptr;
-        forgetClassNames();
+        _names.forget();
     } catch (...) {
         clear();
         throw;

@@ -1,16 +1,15 @@
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "classifier/ClassNames.h"
+#include "classifier/OnDemand.h"
 #include "classifier/storage/LaneBase.h"
 #include "classifier/storage/StorageTypes.h"
 
@@ -85,14 +84,11 @@ public:
 
 private:
     void sub(ClassEntry& entry, std::string_view feature, std::uint32_t count);
-    void forgetClassNames() noexcept;
 
     std::vector<ClassEntry> _classes;               // in class index order
     std::vector<std::unique_ptr<LaneBase>> _lanes;  // always laneCount of them, by feature length
     bool _liesInData = false;                       // lanes may lie in the bytes that were deserialised
-    mutable std::mutex _namesMutex;                 // held while _names is made
-    mutable std::atomic<bool> _namesAreMade{false};
-    mutable std::shared_ptr<const ClassNames> _names;
+    OnDemand<std::shared_ptr<const ClassNames>> _names;
 };
 
 }  // namespace halvern::classifier::storage
