@@ -365,6 +365,7 @@ void VectorLane<N>::makeOwn() {
 template <std::size_t N>
 void VectorLane<N>::clear() {
     _permanent = {};
+    SparseIndex().swap(_index);
     _fresh.take();
     _freshKnown = 0;
     _freshDeleted = 0;
@@ -499,10 +500,12 @@ void VectorLane<N>::deserialize(util::database::DatabaseReader& reader, std::uin
     if (count == 0) {
         return;
     }
-    _permanent = SharedRecords<Record>(owner, records, count);
+    SharedRecords<Record> read(owner, records, count);
     if (owner == nullptr) {
-        _permanent.makeOwn();
+        read.makeOwn();
     }
+    describe(records, count, _index);
+    _permanent = std::move(read);
 }
 
 // A lane that breaks one of these would fail a check in the midst of a later request, and end the process

@@ -136,6 +136,7 @@ TEST(FeatureSetTest, BehavesAsMapsOfCounts) {
             if (round % 3 == 0) {
                 FeatureSet copy(model.set);
                 model.set.clear();
+                EXPECT_EQ(model.set.lane(length).find(std::string(length, 'm'), 0), 0u);
                 model.set.swap(copy);
             }
             model.set.compact();
