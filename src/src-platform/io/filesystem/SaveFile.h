@@ -45,7 +45,8 @@ public:
     }
 };
 
-// Keeps one descriptor of the process in hand, so that an append works where there is none left.
+// Keeps the file that was appended to last open, and sees when its name has come to stand for another one. So
+// an append to it works where there is no descriptor left.
 class SaveFileImpl final : public SaveFile {
 public:
     // calls must outlive this object. Appends always go to the system itself.

@@ -55,6 +55,41 @@ TEST(SaveFileTest, ReplacesOrAppendsAndCreatesWhatIsMissing) {
     }));
 }
 
+// As operators and their tools treat a log.
+TEST(SaveFileTest, AppendsToWhateverHasTheNameNow) {
+    namespace fs = std::filesystem;
+    const support::TempDir directory;
+    const std::string log = directory.file("log.txt");
+    const std::string moved = directory.file("moved.txt");
+    const auto append = [&](const char* line) {
+        EXPECT_EQ(failureOf(log, line, SaveFile::APPEND), "no failure");
+    };
+    append("1");
+    append("2");
+    fs::rename(log, moved);
+    append("3");
+    EXPECT_EQ(support::readFile(moved), "12");
+    EXPECT_EQ(support::readFile(log), "3");
+    fs::rename(moved, log);
+    append("4");
+    EXPECT_EQ(support::readFile(log), "124");
+    fs::remove(log);
+    append("5");
+    EXPECT_EQ(support::readFile(log), "5");
+    fs::resize_file(log, 0);
+    append("6");
+    EXPECT_EQ(support::readFile(log), "6");
+    fs::create_directory(directory.file("sub"));
+    fs::create_symlink("sub/log.txt", moved);
+    fs::rename(moved, log);
+    append("7");
+    EXPECT_EQ(support::readFile(directory.file("sub/log.txt")), "7");
+    // Nor does another file that is appended to in between keep the first from being found again.
+    EXPECT_EQ(failureOf(directory.file("other"), "x", SaveFile::APPEND), "no failure");
+    append("8");
+    EXPECT_EQ(support::readFile(log), "78");
+}
+
 TEST(SaveFileTest, RightsOfTheOldFileStayAndANewOneTakesThoseOfTheProcess) {
     const support::TempDir directory;
     const auto rightsOf = [&](const char* name) {

@@ -159,7 +159,9 @@ void Document::read(std::string_view source, const std::string& path, const std:
     _lines = SourceLines(source);
     ParseError error;
     OwnedDocument document = parse(source, path, error);
-    throwIfFailed(document == nullptr ? 1 : 0, failureText + error.text(_lines));
+    if (document == nullptr) {
+        throwIfFailed(1, failureText + error.text(_lines));
+    }
     _tree = std::make_shared<Tree>(std::move(document));
     _tree->setNamespaces(_namespaces);
 }
@@ -219,8 +221,9 @@ void Document::setSelectionNamespaces(const std::string& text) {
 NodeList Document::selectNodes(const std::string& expression) const {
     auto found =
         _tree == nullptr ? nullptr : _tree->select(reinterpret_cast<xmlNode*>(_tree->document()), expression);
-    throwIfFailed(found == nullptr ? 1 : 0,
-                  "Error when selecting nodes with the expression " + expression + ".");
+    if (found == nullptr) {
+        throwIfFailed(1, "Error when selecting nodes with the expression " + expression + ".");
+    }
     return NodeList(_tree, found);
 }
 

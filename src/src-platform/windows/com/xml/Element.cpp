@@ -61,8 +61,9 @@ Element::Element(const Node& node)
 
 std::string Element::getAttribute(const std::string& name) const {
     const xmlAttr* attribute = _element == nullptr ? nullptr : findAttribute(*_element, name);
-    throwIfFailed(attribute == nullptr ? 1 : 0,
-                  "Error when getting the attribute '" + name + "' from an element.");
+    if (attribute == nullptr) {
+        throwIfFailed(1, "Error when getting the attribute '" + name + "' from an element.");
+    }
     try {
         std::string value;
         for (const xmlNode* part = attribute->children; part != nullptr; part = part->next) {
@@ -76,7 +77,9 @@ std::string Element::getAttribute(const std::string& name) const {
 }
 
 bool Element::hasAttribute(const std::string& name) const {
-    throwIfFailed(_element == nullptr ? 1 : 0, "Error when checking if the attribute " + name + " exists.");
+    if (_element == nullptr) {
+        throwIfFailed(1, "Error when checking if the attribute " + name + " exists.");
+    }
     return findAttribute(*_element, name) != nullptr;
 }
 
@@ -103,8 +106,9 @@ Element Element::getElement(const std::string& expression) const {
 
 NodeList Element::selectNodes(const std::string& expression) const {
     auto found = _element == nullptr ? nullptr : _tree->select(_element, expression);
-    throwIfFailed(found == nullptr ? 1 : 0,
-                  "Error when selecting nodes with the expression " + expression + ".");
+    if (found == nullptr) {
+        throwIfFailed(1, "Error when selecting nodes with the expression " + expression + ".");
+    }
     return NodeList(_tree, found);
 }
 
@@ -133,7 +137,9 @@ std::string Element::getText() const {
 }
 
 std::string Element::getTagName() const {
-    throwIfFailed(_element == nullptr ? 1 : 0, "Error when getting the tag name of an element.");
+    if (_element == nullptr) {
+        throwIfFailed(1, "Error when getting the tag name of an element.");
+    }
     try {
         return narrow(qualifiedName(_element->ns, _element->name));
     } catch (const util::StringHelperException& e) {

@@ -15,7 +15,9 @@ NodeList::NodeList(std::shared_ptr<Tree> tree, std::shared_ptr<_xmlXPathObject> 
 std::int32_t NodeList::size() const { return _found->nodesetval == nullptr ? 0 : _found->nodesetval->nodeNr; }
 
 Node NodeList::getNode(std::int32_t index) const {
-    throwIfFailed(index < 0 || index >= size() ? 1 : 0, "Error when getting the node from the nodelist.");
+    if (index < 0 || index >= size()) {
+        throwIfFailed(1, "Error when getting the node from the nodelist.");
+    }
     return Node(_tree, _found->nodesetval->nodeTab[index]);
 }
 
