@@ -236,8 +236,9 @@ class Client:
     """Talks to the server at `host` and `port`, with a new connection for each request.
 
     timeout      seconds for a whole request, from connecting to the last byte of the answer; None: no limit
-    max_answer   the most bytes of an answer. Answers are parsed in memory and take several times their size
-                 there, so this bounds the client's memory; ask for fewer texts at once if it isn't enough
+    max_answer   the most bytes of an answer. Answers are parsed in memory, where they take ten times their
+                 size, and forty if somebody means ill, so this bounds the client's memory; ask for fewer texts
+                 at once if it isn't enough
     """
 
     def __init__(
