@@ -237,8 +237,8 @@ class Client:
 
     timeout      seconds for a whole request, from connecting to the last byte of the answer; None: no limit
     max_answer   the most bytes of an answer. Answers are parsed in memory, where they take ten times their
-                 size, and forty if somebody means ill, so this bounds the client's memory; ask for fewer texts
-                 at once if it isn't enough
+                 size, and forty if somebody means ill, so this bounds the client's memory; ask for fewer
+                 texts at once if it isn't enough
     """
 
     def __init__(
