@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "io/filesystem/FileSystemHelper.h"
@@ -59,9 +60,15 @@ std::uint64_t sizeOf(int file, const std::string& name) {
     return static_cast<std::uint64_t>(size);
 }
 
-void readAll(int file, const std::string& name, util::Bytes& data) {
-    std::size_t done = 0;
-    while (done < data.size()) {
+// Bytes that are made are zeros first. Made in parts, these are still in the nearest cache when the file's
+// take their place.
+void readAll(int file, const std::string& name, std::size_t size, util::Bytes& data) {
+    constexpr std::size_t PART = 512UL * 1024;
+    data.reserve(size);
+    for (std::size_t done = 0; done < size;) {
+        if (done == data.size()) {
+            data.resize(std::min(size, done + PART));
+        }
         const ssize_t count = read(file, data.data() + done, data.size() - done);
         if (count > 0) {
             done += static_cast<std::size_t>(count);
@@ -102,8 +109,8 @@ util::Bytes LoadFileImpl::load(const std::string& name, std::uint32_t bytes) con
                 << ". The file cannot be bigger than " << MAX_FILE_SIZE << " bytes.";
         refuse(message.str(), name);
     }
-    util::Bytes data(wanted);
-    readAll(file.get(), name, data);
+    util::Bytes data;
+    readAll(file.get(), name, wanted, data);
     return data;
 }
 
