@@ -513,13 +513,14 @@ void VectorLane<N>::deserialize(util::database::DatabaseReader& reader, std::uin
 template <std::size_t N>
 void VectorLane<N>::requireSound(const Record* records, std::size_t size, std::uint32_t classCount) {
     using util::database::DatabaseReaderException;
-    bool isSound = true;
+    std::uint32_t faults = 0;
     for (std::size_t i = 0; i < size; ++i) {
         const Parameter& parameter = records[i].parameter;
-        isSound &= (i == 0 || records[i - 1] < records[i]) & (parameter.classIndex() < classCount) &
-                   (parameter.count() != 0);
+        faults |= i > 0 && !(records[i - 1] < records[i]) ? 1 : 0;
+        faults |= parameter.classIndex() >= classCount ? 1 : 0;
+        faults |= parameter.count() == 0 ? 1 : 0;
     }
-    for (std::size_t i = 0; !isSound; ++i) {
+    for (std::size_t i = 0; faults != 0 && i < size; ++i) {
         if (i > 0 && !(records[i - 1] < records[i])) {
             throw DatabaseReaderException("The database is corrupt, the records of a lane are not in order.");
         }
