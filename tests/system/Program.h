@@ -134,6 +134,7 @@ public:
     ~BoundPort() { ::close(_socket); }
     void listen() { ::listen(_socket, 5); }
     std::uint16_t port() const { return _port; }
+    int descriptor() const { return _socket; }
 
 private:
     int _socket;

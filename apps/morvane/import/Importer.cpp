@@ -393,23 +393,26 @@ void Importer::removeFences(std::chrono::milliseconds age) {
     const auto isDue = [&](const Fence& fence) {
         return std::chrono::seconds(secondsNow() - fence.since) >= age;
     };
-    if (std::none_of(_journal.fences.begin(), _journal.fences.end(), isDue)) {
-        return;
-    }
-    const Classes now = requireInformation();
-    RequestWriter request(_options.classifier);
-    std::vector<Fence> kept;
-    for (const Fence& fence : _journal.fences) {
-        if (!isDue(fence)) {
-            kept.push_back(fence);
-        } else if (hasClass(now, fence.className)) {
-            request.removeClass(fence.className);
+    for (auto fence = _journal.fences.begin(); fence != _journal.fences.end();) {
+        if (!isDue(*fence)) {
+            ++fence;
+            continue;
         }
+        const std::string name = fence->className;
+        if (hasClass(requireInformation(), name)) {
+            RequestWriter request(_options.classifier);
+            request.removeClass(name);
+            try {
+                ask(_exchange, request);
+            } catch (const Failure& failure) {
+                // A removal of which no answer came may have run since the look at the classes.
+                if (failure.code != ExitCode::REFUSED || hasClass(requireInformation(), name)) {
+                    throw;
+                }
+            }
+        }
+        fence = _journal.fences.erase(fence);
     }
-    if (request.callCount() > 0) {
-        ask(_exchange, request);
-    }
-    _journal.fences = std::move(kept);
 }
 
 }  // namespace halvern::morvane::client

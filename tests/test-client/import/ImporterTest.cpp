@@ -178,6 +178,27 @@ TEST_F(ImporterTest, EachTextIsLearnedOnceWhereverAndHoweverTheImportIsCut) {
     }
 }
 
+// Raising and removing the fence are requests too, and as easily lost.
+TEST_F(ImporterTest, EachTextIsLearnedOnceIfTheWayOutOfAFaultIsCutToo) {
+    const util::Bytes expected = straight();
+    for (const Fault fault : FAULTS) {
+        for (int place = 7; place <= exchanges + 8; ++place) {
+            for (int lateness = 1; lateness <= 3; ++lateness) {
+                SCOPED_TRACE("fault " + std::to_string(static_cast<int>(fault)) + " at " +
+                             std::to_string(place) + ", late by " + std::to_string(lateness));
+                support::ServerInMemory server;
+                FaultyExchange exchange(server);
+                exchange.fault = [&](int now) {
+                    return now == 6 ? Fault::LOST : now == place ? fault : Fault::NONE;
+                };
+                exchange.lateness = lateness;
+                importAll(exchange);
+                ASSERT_EQ(server.stored("c"), expected);
+            }
+        }
+    }
+}
+
 TEST_F(ImporterTest, EachTextIsLearnedOnceThroughAnySeriesOfFaults) {
     const util::Bytes expected = straight();
     for (unsigned seed = 1; seed <= 60; ++seed) {
