@@ -46,6 +46,9 @@ public:
     // that needs no server isn't kept by what is wrong with them. Throws Failure.
     const Settings& settings();
 
+    // Whether a verb has asked for the settings, which only those do that talk to a server.
+    bool wantsServer() const { return _settings.has_value(); }
+
     // The server of the settings, which nobody has talked to yet.
     Exchange& exchange();
 

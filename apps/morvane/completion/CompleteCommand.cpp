@@ -143,7 +143,7 @@ void rememberNames(const CLI::App& app, Context& context) {
         verb = verb->get_subcommands().front();
     }
     const CLI::Option* option = verb->get_option_no_throw("CLASSIFIER");
-    if (option == nullptr) {
+    if (option == nullptr || !context.wantsServer()) {
         return;
     }
     const KnownClassifiers known(context.environment());

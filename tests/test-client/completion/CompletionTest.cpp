@@ -9,6 +9,7 @@
 #include "Program.h"
 #include "completion/KnownClassifiers.h"
 #include "completion/ShellWords.h"
+#include "support/ClientRun.h"
 #include "support/TempDir.h"
 
 namespace halvern::morvane::client {
@@ -111,6 +112,59 @@ TEST_F(CompletionTest, ReadsWhatStandsBeforeAsTheProgramDoes) {
         }
         EXPECT_EQ(suggested(each.words), each.suggestions) << shown;
     }
+}
+
+// A name is offered once a verb has worked with it, and no longer when its classifier has been removed.
+TEST(CompleteCommandTest, OffersNamesThatWorkedAndIsSilentWhenNothingDoes) {
+    const support::TempDir home;
+    support::ClientRun run;
+    run.environment["HOME"] = home.path();
+    const auto offered = [&](const std::vector<std::string>& words) {
+        std::vector<std::string> arguments{"complete", "zsh"};
+        arguments.insert(arguments.end(), words.begin(), words.end());
+        run.run(arguments);
+        EXPECT_EQ(run.exitCode, 0);
+        EXPECT_EQ(run.err, "");
+        return run.out;
+    };
+    EXPECT_EQ(offered({"info", ""}), "words\n");
+    EXPECT_EQ(run.run({"create", "two words"}).exitCode, 0) << run.err;
+    EXPECT_EQ(offered({"info", ""}), "words\ntwo words\n");
+    EXPECT_EQ(offered({"--server", "elsewhere", "info", ""}), "words\n");
+    EXPECT_EQ(run.run({"complete", "bash", "morvane info tw", "tw"}).out, "words\ntwo\\ words\n");
+    EXPECT_EQ(run.run({"complete", "bash", "morvane info \"tw", "tw"}).out, "words\ntwo words\n");
+    support::writeFile(home.file("t.tsv"), "a\ttext\n");
+    EXPECT_EQ(run.run({"import", "other", home.file("t.tsv"), "--dry-run"}).exitCode, 0) << run.err;
+    EXPECT_EQ(offered({"info", ""}), "words\ntwo words\n");
+
+    const std::string information =
+        "<getInformation id=\"1\"><classes><classInformation className=\"k:1\" uniqueFeatures=\"1\" "
+        "totalCount=\"1\"/></classes></getInformation>";
+    run.answer = [&](const std::string&) {
+        return support::success("<readCalls>" + information + "</readCalls>");
+    };
+    EXPECT_EQ(offered({"train", "two words", ""}), "words\nk:1\n");
+    // bash takes what stands behind the colon for a word of its own.
+    EXPECT_EQ(run.run({"complete", "bash", "morvane train c k:", ""}).out, "words\n1\n");
+    run.answer = [](const std::string&) { return support::refusal(4000, "No such classifier."); };
+    EXPECT_EQ(offered({"train", "two words", ""}), "words\n");
+    EXPECT_EQ(run.run({"info", "strange"}).exitCode, 1);
+    run.answer = [](const std::string&) -> std::string {
+        throw Failure{ExitCode::UNREACHABLE, "Nobody there."};
+    };
+    EXPECT_EQ(offered({"train", "two words", ""}), "words\n");
+    run.environment["MORVANE_SERVER"] = "no:such:address:";
+    EXPECT_EQ(offered({"info", ""}), "words\n");
+    run.environment.erase("MORVANE_SERVER");
+    EXPECT_EQ(offered({"info", ""}), "words\ntwo words\n");
+
+    run.answer = [](const std::string&) {
+        return support::success("<writeCalls><remove id=\"1\"/></writeCalls>");
+    };
+    EXPECT_EQ(run.run({"remove", "two words"}).exitCode, 0) << run.err;
+    EXPECT_EQ(offered({"info", ""}), "words\n");
+    EXPECT_EQ(run.run({"complete"}).out, "");
+    EXPECT_EQ(run.run({"complete", "bash", ""}).out, "");
 }
 
 TEST(ShellWordsTest, AreCutAsBashCutsThem) {
