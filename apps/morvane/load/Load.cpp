@@ -9,6 +9,7 @@
 
 #include "server/Answer.h"
 #include "server/Interrupts.h"
+#include "windows/com/xml/Library.h"
 
 namespace halvern::morvane::client {
 
@@ -80,6 +81,7 @@ std::chrono::nanoseconds LoadResult::quantile(double part) const {
 }
 
 LoadResult runLoad(const LoadPlan& plan, const std::function<std::unique_ptr<Exchange>()>& connect) {
+    const windows::com::xml::Library library;  // has to outlive the threads, which read refusals
     const Interrupts interrupts;
     std::deque<Client> clients;
     for (std::uint32_t i = 0; i < plan.clients; ++i) {
