@@ -139,7 +139,7 @@ public:
         return found;
     }
     std::uint64_t getSize(const std::string& name) override { return _sound.getSize(name); }
-    void save(const std::string& name, const util::Bytes& data) override {
+    void save(const std::string& name, const util::Pieces& data) override {
         if (_bug != "lost-commit" || dice() % 10 != 0) {
             _sound.save(name, data);
         }
