@@ -11,10 +11,10 @@
 #include <cstdio>
 #include <mutex>
 #include <string_view>
-#include <utility>
 
 #include "io/filesystem/FileSystemHelper.h"
 #include "util/FixedStream.h"
+#include "util/MethodCaller.h"
 
 namespace io::filesystem {
 
@@ -37,39 +37,31 @@ constexpr std::uint64_t MAX_DATA_SIZE = 2147483647;
         fileErrorText("An error occurred when trying to write the file.", name, error, cause));
 }
 
-// Appending is how the log writes, and many lines follow one another. So the file stays open; but whoever
-// moves or removes it, as operators do with a log, finds the next line in a new file of the old name.
-//
-// It is also the one descriptor of the process that an append can count on: it is given up before another
-// file is opened, and the log has to work when there is none left, for that is what it has to tell then.
-class AppendedFile {
+// Appending is how the log writes, and it has to work when the process has no descriptor left: that is what
+// the log has to tell then. So one is kept in hand, and given up for the time of an append that finds no
+// other.
+class SpareDescriptor {
 public:
-    // Gives -1 and errno if the file can't be opened.
-    int open(const std::string& name) {
-        struct stat now {};
-        const bool isTheSame = _file >= 0 && stat(name.c_str(), &now) == 0 && now.st_dev == _status.st_dev &&
-                               now.st_ino == _status.st_ino;
-        if (!isTheSame) {
-            close();
-            _file = openFile(name.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666);
-            if (_file >= 0 && fstat(_file, &_status) != 0) {
-                const int error = errno;
-                close();
-                errno = error;
-            }
+    int openForAppending(const std::string& name) {
+        const int file = open(name);
+        if (file >= 0 || (errno != EMFILE && errno != ENFILE) || _spare < 0) {
+            return file;
         }
-        return _file;
+        close(_spare);
+        _spare = -1;
+        return open(name);
+    }
+    void keep() {
+        if (_spare < 0) {
+            _spare = openFile("/dev/null", O_RDONLY);
+        }
     }
 
 private:
-    void close() {
-        if (_file >= 0) {
-            ::close(std::exchange(_file, -1));
-        }
+    static int open(const std::string& name) {
+        return openFile(name.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666);
     }
-
-    int _file = -1;
-    struct stat _status {};
+    int _spare = -1;
 };
 
 void requireSavable(const std::string& name, std::uint64_t size) {
@@ -86,13 +78,14 @@ void requireSavable(const std::string& name, std::uint64_t size) {
 
 void append(const std::string& name, const util::Bytes& data) {
     static std::mutex mutex;
-    static AppendedFile appended;
+    static SpareDescriptor spare;
     const std::lock_guard guard(mutex);
-    const int file = appended.open(name);
-    if (file < 0) {
+    const util::MethodCaller0 keeper(spare, &SpareDescriptor::keep);
+    const ScopedDescriptor file(spare.openForAppending(name));
+    if (!file.isOpen()) {
         failOpening(name, errno, "The system call 'open' failed.");
     }
-    if (const int error = writeAll(file, data.data(), data.size())) {
+    if (const int error = writeAll(file.get(), data.data(), data.size())) {
         failWriting(name, error, "The system call 'write' failed.");
     }
 }

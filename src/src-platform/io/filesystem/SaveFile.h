@@ -45,8 +45,7 @@ public:
     }
 };
 
-// Keeps the file that was appended to last open, and sees when its name has come to stand for another one. So
-// an append to it works where there is no descriptor left.
+// Keeps one descriptor of the process in hand, so that an append works where there is none left.
 class SaveFileImpl final : public SaveFile {
 public:
     // calls must outlive this object. Appends always go to the system itself.

@@ -63,6 +63,11 @@ TEST(SaveFileTest, AppendsToWhateverHasTheNameNow) {
     const std::string moved = directory.file("moved.txt");
     const auto append = [&](const char* line) {
         EXPECT_EQ(failureOf(log, line, SaveFile::APPEND), "no failure");
+        // Who has moved a log may compress it, or take its file system away, at once.
+        for (const auto& descriptor : fs::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;
+            EXPECT_NE(fs::read_symlink(descriptor, gone), fs::canonical(log));
+        }
     };
     append("1");
     append("2");
