@@ -47,6 +47,18 @@ private:
     Log& _log;
 };
 
+// Its end, also by a failure, leaves only the writing of an answer, which has to wait for the peer.
+class ScopedWork {
+public:
+    explicit ScopedWork(std::atomic<bool>& isAtWork) : _isAtWork(isAtWork) { _isAtWork = true; }
+    ScopedWork(const ScopedWork&) = delete;
+    ScopedWork& operator=(const ScopedWork&) = delete;
+    ~ScopedWork() { _isAtWork = false; }
+
+private:
+    std::atomic<bool>& _isAtWork;
+};
+
 // A large request leaves its thread's heap large, in blocks too small to go back by themselves. What stays
 // there would be missing where free memory decides which classifiers stay loaded.
 class ScopedTrim {
@@ -146,9 +158,10 @@ void ClassifyConnection::_serve() {
          << request.size() << ".";
     _params->log.log(text.str());
     std::string response;
-    _isAtWork = true;
-    classifier->handle(response, request);
-    _isAtWork = false;
+    {
+        const ScopedWork work(_isAtWork);
+        classifier->handle(response, request);
+    }
     _socketStream->write(response.data(), response.size());
     _socketStream->shutdown(SocketStream::SEND);
 }

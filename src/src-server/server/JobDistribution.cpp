@@ -154,12 +154,16 @@ boost::shared_ptr<ThreadSafeClassifier> JobDistributionImpl::get(const std::stri
         while (_memoryStatus.available() < _neededByLoads && evict()) {
         }
     }
-    const FileLock lock(file);
-    if (!_existsFile.exists(file)) {
-        throw ClassifierNotFoundException("The requested classifier could not be found. '" + name + "'.");
+    boost::shared_ptr<ThreadSafeClassifier> loaded;
+    {
+        const FileLock lock(file);
+        if (!_existsFile.exists(file)) {
+            throw ClassifierNotFoundException("The requested classifier could not be found. '" + name + "'.");
+        }
+        loaded =
+            boost::make_shared<ThreadSafeClassifier>(_classifierFactory, _loadFile, file, _callbackFactory);
     }
-    auto loaded =
-        boost::make_shared<ThreadSafeClassifier>(_classifierFactory, _loadFile, file, _callbackFactory);
+    // The load is still announced, so nobody has changed what the table or the disk say of it.
     const ScopedLock table(_mutex);
     _classifiers.emplace(file, loaded);
     return loaded;

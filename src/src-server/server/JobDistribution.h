@@ -69,7 +69,7 @@ struct HeldClassifier {
 //
 // Locks, from outside in: the writer or reader lock of one classifier, the table's mutex, the lock of one
 // file. A thread holds the lock of one classifier at a time, and waits for no classifier's lock and no load
-// with the mutex held; it holds the lock of the file that it loads.
+// with the mutex held.
 //
 // All operations but discard() throw ClassifierPathException for a name that leads anywhere but directly into
 // the root directory, and pass on what file operations and classifiers throw.

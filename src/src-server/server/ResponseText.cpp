@@ -1,6 +1,7 @@
 #include "server/ResponseText.h"
 
 #include <cstddef>
+#include <cstdint>
 
 #include "util/EscapeXml.h"
 #include "util/Utf8.h"

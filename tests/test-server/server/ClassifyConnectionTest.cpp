@@ -73,10 +73,13 @@ struct FakeClassifierFactory final : StringClassifierFactory {
 struct FakeErrorResponseFactory final : ErrorResponseFactory {
     struct Fake final : ErrorResponse {
         std::string& render(std::string& out, std::int32_t statusCode, const std::string& message) override {
-            return out = std::to_string(statusCode) + ":" + message;
+            return out = std::to_string(statusCode) + ":" + message + std::string(padding, ' ');
         }
+        explicit Fake(std::size_t padding) : padding(padding) {}
+        const std::size_t padding;
     };
-    std::unique_ptr<ErrorResponse> create() const override { return std::make_unique<Fake>(); }
+    std::unique_ptr<ErrorResponse> create() const override { return std::make_unique<Fake>(padding); }
+    std::size_t padding = 0;
 };
 
 struct FakeTerminateHandler final : exceptions::TerminateHandler {
@@ -260,6 +263,19 @@ TEST_F(ClassifyConnectionTest, ClientsThatGoAwayOrDoNothingLoseTheirPlace) {
     EXPECT_EQ(texts[0].find(failed + "22. Error reading data"), 0u);
     EXPECT_EQ(texts[1].find(failed + "1. Error reading data"), 0u);
     EXPECT_EQ(texts[2].find(failed + "2. Could not write data"), 0u);
+}
+
+TEST_F(ClassifyConnectionTest, ClientThatDoesNotReadWhatFailedGivesWayAsAnyOther) {
+    classifiers.handler = [](const std::string& request) -> std::string {
+        return request == "x" ? "answer" : throw std::bad_alloc();
+    };
+    errorResponses.padding = 32 << 20;
+    serve({seconds(3600), seconds(3600)});
+    LoopbackClient notReading(server->port(), 4096);
+    notReading.halfClose();
+    ASSERT_TRUE(eventually([&] { return errors() == Texts{"Out of memory."}; }));
+    EXPECT_EQ(ask("x"), "answer");
+    EXPECT_EQ(count("Connection 1 gives way"), 1u);
 }
 
 TEST_F(ClassifyConnectionTest, JumpsOfTheClockLoseNoClientAndNoClassifier) {

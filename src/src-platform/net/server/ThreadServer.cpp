@@ -40,6 +40,7 @@ ThreadServerBase::ThreadServerBase(const platform::thread::ThreadFactory& thread
       _freePlaces(static_cast<std::uint64_t>(maxClients)),
       _boundedBuffer(static_cast<std::uint64_t>(maxClients)) {
     _deletableClients.reserve(static_cast<std::size_t>(maxClients));
+    _silent.reserve(static_cast<std::size_t>(maxClients));
     testPort();
     _serverSocket = _serverSocketFactory.create(_port, _queueSize);
     _createClientsThread = _threadFactory.create(*this);
@@ -165,33 +166,38 @@ bool ThreadServerBase::isBearable(const net::socket::Silence& silence, bool besi
                                                   : _bearableSilence.underSiege);
 }
 
-// One for each that waits, if so many may. Each handover takes the turns of three threads, which a busy
-// machine makes long; one at a time, they would be all that limits how many clients get in. Returns how many
-// give way.
+// One for each that waits and will not get the place of one that has ended, if so many may. Each handover
+// takes the turns of three threads, which a busy machine makes long; one at a time, they would be all that
+// limits how many clients get in. Returns how many give way.
 std::size_t ThreadServerBase::letSilentClientsGiveWay() {
-    using Silent = std::pair<std::chrono::nanoseconds, ClientTable::iterator>;
-    std::vector<Silent> silent;
     platform::mutex::AutoLock lock(_clients);
     lock.lock();
     const bool besieged = isBesieged();
+    std::size_t ended = 0;
+    _silent.clear();
     for (auto entry = _clients.begin(); entry != _clients.end(); ++entry) {
-        if (entry->second->isAtWork()) {
-            continue;
-        }
         const net::socket::Silence silence = entry->first->silence();
-        if (!isBearable(silence, besieged)) {
-            silent.emplace_back(silence.time, entry);
+        if (silence.hasEnded) {
+            ++ended;
+        } else if (!entry->second->isAtWork() && !isBearable(silence, besieged)) {
+            _silent.emplace_back(silence.time, entry);
         }
     }
-    const std::size_t number = std::min<std::size_t>(silent.size(), _serverSocket->waitingClients());
-    std::partial_sort(silent.begin(), silent.begin() + static_cast<std::ptrdiff_t>(number), silent.end(),
-                      [](const Silent& one, const Silent& other) { return one.first > other.first; });
-    silent.resize(number);
-    for (const auto& [time, entry] : silent) {
+    const std::size_t waiting = _serverSocket->waitingClients();
+    const std::size_t number = std::min(_silent.size(), waiting - std::min(waiting, ended));
+    std::partial_sort(_silent.begin(), _silent.begin() + static_cast<std::ptrdiff_t>(number), _silent.end(),
+                      [](const auto& one, const auto& other) { return one.first > other.first; });
+    std::size_t leaving = 0;
+    for (std::size_t i = 0; i < number; ++i) {
+        const auto& [time, entry] = _silent[i];
+        if (entry->second->isAtWork() || isBearable(entry->first->silence(), besieged)) {
+            continue;  // its request has come in whole meanwhile
+        }
         entry->second->giveWay(std::chrono::duration_cast<std::chrono::milliseconds>(time));
         shutdown(*entry->first, SocketStream::BOTHENDS);
+        ++leaving;
     }
-    return number;
+    return leaving;
 }
 
 void ThreadServerBase::_delete_clients() {

@@ -108,9 +108,11 @@ private:
     platform::Semaphore _freePlaces;       // one unit for each client that may still exist
     ClientTable _clients;                  // guarded by its own mutex
     std::condition_variable_any _reaped;   // with _clients: an entry has gone
-    std::uint32_t _connectionCounter = 0;  // of the accepting thread, as are the next two
+    std::uint32_t _connectionCounter = 0;  // of the accepting thread, as are the next three
     std::chrono::steady_clock::time_point _besiegedUntil;
     std::size_t _leaving = 0;  // clients that were told to give way, less the places taken since
+    // Used in one operation only, but with room for all, so that they can give way when there is no memory.
+    std::vector<std::pair<std::chrono::nanoseconds, ClientTable::iterator>> _silent;
     // Guarded by _boundedBuffer. _clients.end(), which no client can have, is the mark that ends the reaping.
     std::vector<ClientTable::iterator> _deletableClients;
     platform::mutex::BoundedBufferLockImpl _boundedBuffer;

@@ -18,6 +18,7 @@ struct Silence {
     std::chrono::nanoseconds time{0};
     bool fromTheStart = true;
     bool refuses = false;
+    bool hasEnded = false;  // the stream is closed, and its place about to become free
 };
 
 // One TCP connection, blocking, IPv4. Used by one thread; only shutdown and silence may be called from

@@ -170,14 +170,20 @@ std::size_t SocketStreamImpl::write(const char* buffer, std::size_t size) {
 bool SocketStreamImpl::waitForInput(milliseconds time) { return waitFor(_socketCloser.get(), POLLIN, time); }
 
 Silence SocketStreamImpl::silence() {
+    if (_socketCloser.get() == -1) {
+        return {Clock::duration::zero(), !_hasSpoken, false, true};
+    }
     // Behind the end of its sending, a peer has nothing more to be read, and every read would come back at
     // once.
-    if (_socketCloser.get() == -1 || (!_inputEnded && _socketCloser.isReadable())) {
+    if (!_inputEnded && _socketCloser.isReadable()) {
         return {Clock::duration::zero(), !_hasSpoken, false};
     }
+    // In this order, and only if no write has begun to wait meanwhile: an old look at the queue would pass
+    // for progress on what has been put into it since.
+    std::size_t known = _unconfirmed;
     const SocketCloser::Queue queue = _socketCloser.queue();
-    if (queue.unconfirmed + SIGN_OF_LIFE <= _unconfirmed) {
-        _unconfirmed = queue.unconfirmed;
+    if (queue.unconfirmed + SIGN_OF_LIFE <= known &&
+        _unconfirmed.compare_exchange_strong(known, queue.unconfirmed)) {
         _lastSign = Clock::now();
     }
     // While there is more to send, something is always on its way, unless the peer's window is shut.

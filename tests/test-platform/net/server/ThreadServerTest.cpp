@@ -45,9 +45,12 @@ struct Control {
     std::atomic<int> answering = 0;
     std::atomic<int> stops = 0;
     std::atomic<bool> mayAnswer = true;
+    std::atomic<bool> mayQuit = true;
+    std::atomic<int> closed = 0;
+    std::atomic<int> looks = 0;  // whether a client is at work
     std::vector<std::uint32_t> gaveWay;
     std::vector<int> goneBefore;  // each of these
-    std::size_t answerSize = 0;  // 0: the answer is the request
+    std::size_t answerSize = 0;   // 0: the answer is the request
 };
 
 class EchoClient final : public Connection {
@@ -88,6 +91,8 @@ public:
         } catch (const SocketException&) {
         }
         _socketStream->close();
+        ++_control->closed;
+        _control->mayQuit.wait(false);
     }
     void stop() override { ++_control->stops; }
     void giveWay(std::chrono::milliseconds) override {
@@ -95,7 +100,10 @@ public:
         _control->gaveWay.push_back(_id);
         _control->goneBefore.push_back(_control->gone);
     }
-    bool isAtWork() const override { return _isAtWork; }
+    bool isAtWork() const override {
+        ++_control->looks;
+        return _isAtWork;
+    }
 
 private:
     Control* const _control;
@@ -290,6 +298,28 @@ TEST_F(ThreadServerTest, AsManyGiveWayAtOnceAsWait) {
     EXPECT_EQ(control.gaveWay[0], 1u);
     EXPECT_EQ(control.gaveWay[1], 2u);
     EXPECT_EQ(control.goneBefore[1], 0);
+}
+
+TEST_F(ThreadServerTest, NobodyGivesWayWhereAPlaceIsAboutToBecomeFree) {
+    const std::chrono::milliseconds none{0};
+    control.mayQuit = false;
+    EchoServer server(threads, 0, 2, 100, &control, &log, PATIENT, {none, none, none, none});
+    server.start();
+    EXPECT_EQ(LoopbackClient(server.port()).ask("ended"), "ended");
+    ASSERT_TRUE(eventually([&] { return control.closed == 1; }));
+    LoopbackClient silent(server.port());
+    ASSERT_TRUE(eventually([&] {
+        const std::lock_guard guard(control.mutex);
+        return control.ids.size() == 2;
+    }));
+    LoopbackClient waiting(server.port());
+    EXPECT_TRUE(eventually([&] { return control.looks >= 10; }));
+    control.mayQuit = true;
+    control.mayQuit.notify_all();
+    EXPECT_EQ(waiting.ask("waiting"), "waiting");
+    EXPECT_EQ(silent.ask("silent"), "silent");
+    server.stop();
+    EXPECT_TRUE(control.gaveWay.empty());
 }
 
 TEST_F(ThreadServerTest, UnderSiegeThereIsLittlePatienceWithTheSilentAndWithThoseThatDoNotRead) {
