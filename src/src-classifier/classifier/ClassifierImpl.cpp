@@ -1,10 +1,8 @@
 #include "classifier/ClassifierImpl.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <new>
-#include <numeric>
 #include <string>
 #include <utility>
 
@@ -69,22 +67,10 @@ void forEachKnown(const TokenCounts& tokenCounts, const storage::FeatureSet& fea
     for (std::size_t rest = tokenCounts.size(); rest > 0;) {
         const std::size_t size = std::min(rest, BLOCK);
         rest -= size;
-        std::array<std::uint32_t, storage::FeatureSet::laneCount + 1> ends{};
-        auto again = next;
-        for (std::size_t i = 0; i < size; ++i, ++again) {
-            ++ends[(*again).token.size() + 1];
-        }
-        // Where the next token of each length goes; in the end, where those of its length end.
-        std::partial_sum(ends.begin(), ends.end(), ends.begin());
-        for (std::size_t i = 0; i < size; ++i, ++next) {
-            const TokenCounts::Entry entry = *next;
-            const std::uint32_t place = ends[entry.token.size()]++;
-            tokens[place] = entry.token.data();
-            counts[place] = entry.count;
-        }
-        for (std::size_t length = 0, begin = 0; begin < size; begin = ends[length++]) {
-            features.lane(length).lookupAll(tokens + begin, ends[length] - begin, found + begin);
-        }
+        sortByLength(next, size, tokens, counts,
+                     [&](std::size_t length, std::size_t begin, std::size_t count) {
+                         features.lane(length).lookupAll(tokens + begin, count, found + begin);
+                     });
         for (std::size_t i = 0; i < size; ++i) {
             if (found[i].size > 0) {
                 visit(found[i], counts[i]);

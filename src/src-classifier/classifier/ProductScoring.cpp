@@ -56,7 +56,8 @@ ProductWeights::ProductWeights(const std::vector<storage::ClassEntry>& classes, 
         Boosts& boosts = _boosts[i / blockSize];
         boosts.own[i % blockSize] = own[i] / smoothing;
         boosts.others[i % blockSize] = others[i];
-        _greatestBoost = std::max({_greatestBoost, own[i] / smoothing, others[i]});
+        // Divided by its smoothing, since a correction may be as small as the reciprocal of that quotient.
+        _greatestBoost = std::max({_greatestBoost, own[i] / smoothing, others[i] / OTHERS_SMOOTHING});
         _rarity[i + 1] = rarityOf(classes.size(), i + 1);
     }
 }

@@ -53,6 +53,8 @@ class ProductScoring {
 public:
     // The weights must outlive the scoring.
     explicit ProductScoring(const ProductWeights& weights);
+    ProductScoring(const ProductScoring&) = delete;
+    ProductScoring& operator=(const ProductScoring&) = delete;
 
     // Takes in a token that occurs so many times in the text. Requires that at least one class holds it.
     void add(const storage::FeatureRecords& token, std::uint32_t occurrences);

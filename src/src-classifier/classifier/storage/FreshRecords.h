@@ -27,6 +27,9 @@ public:
 
     // The record of that key, or null. Good until the next insert or take.
     Record* find(const Record& key, std::uint32_t hash) {
+        return const_cast<Record*>(std::as_const(*this).find(key, hash));
+    }
+    const Record* find(const Record& key, std::uint32_t hash) const {
         if (_records.empty()) {
             return nullptr;
         }

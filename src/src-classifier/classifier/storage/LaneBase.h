@@ -40,7 +40,8 @@ class LaneBase {
 public:
     virtual ~LaneBase() = default;
 
-    // Same feature length, same records, same counts. This lane must be compact.
+    // Same feature length, same records, same counts. This lane must be compact; new records that wait for a
+    // compaction of the other don't count.
     virtual bool operator==(const LaneBase& other) const = 0;
     // Drops the records of the class and moves all classes behind it down by one. Must be compact, and must
     // not share its records with a copy (see makeOwn); allocates nothing.

@@ -23,8 +23,15 @@ public:
     // The records lie in memory that lives as long as the owner.
     SharedRecords(std::shared_ptr<const void> owner, const Record* first, std::size_t size)
         : _owner(std::move(owner)), _first(first), _size(size), _isShared(true) {}
-    SharedRecords(const SharedRecords& other)
-        : _owner(other._owner), _first(other._first), _size(other._size) {
+    // Of truncated records it makes a copy of exact size, so that the memory of what was dropped goes back.
+    SharedRecords(const SharedRecords& other) {
+        if (other._isTruncated) {
+            *this = SharedRecords(std::make_shared<std::vector<Record>>(other.begin(), other.end()));
+            return;
+        }
+        _owner = other._owner;
+        _first = other._first;
+        _size = other._size;
         other._isShared.store(true, std::memory_order_relaxed);
         _isShared.store(true, std::memory_order_relaxed);
     }
@@ -33,6 +40,7 @@ public:
         _owner = std::move(other._owner);
         _first = std::exchange(other._first, nullptr);
         _size = std::exchange(other._size, 0);
+        _isTruncated = std::exchange(other._isTruncated, false);
         _isShared.store(other._isShared.exchange(false, std::memory_order_relaxed),
                         std::memory_order_relaxed);
         return *this;
@@ -48,7 +56,10 @@ public:
     // One of these records, to be changed. Requires that they aren't shared.
     static Record& changeable(const Record& record) { return const_cast<Record&>(record); }
     // Drops the last records. Requires that they aren't shared.
-    void truncate(std::size_t size) { _size = size; }
+    void truncate(std::size_t size) {
+        _isTruncated |= size < _size;
+        _size = size;
+    }
     // Makes the records changeable, by a copy if need be. Throws std::bad_alloc and changes nothing then.
     void makeOwn() {
         if (isShared()) {
@@ -60,6 +71,7 @@ private:
     std::shared_ptr<const void> _owner;
     const Record* _first = nullptr;
     std::size_t _size = 0;
+    bool _isTruncated = false;
     // Never false while another copy lives. Set in the original by a copy, which doesn't change it otherwise.
     mutable std::atomic<bool> _isShared{false};
 };

@@ -30,7 +30,7 @@ public:
     VectorLane(const VectorLane&) = default;
     VectorLane& operator=(const VectorLane&) = delete;
 
-    bool isCompact() const { return _permaDeleted == 0 && _fresh.size() == _freshDeleted; }
+    bool isCompact() const { return _permaDeleted == 0 && _temporary.size() == _freshDeleted; }
 
     bool operator==(const LaneBase& other) const override;
     bool operator==(const VectorLane& other) const;
@@ -86,8 +86,8 @@ private:
     // Where the count of a key is; both null for an unknown one.
     struct Target {
         std::uint32_t hash;
-        Record* fresh;        // in _fresh
-        const Record* known;  // in _permanent, only asked for if there is none in _fresh
+        Record* fresh;        // in _temporary
+        const Record* known;  // in _permanent, only asked for if there is none in _temporary
     };
     Target targetOf(const Record& key);
     // The same for up to groupSize keys.
@@ -105,13 +105,16 @@ private:
     Place firstNotBelow(const Record& key, Place from) const;
     // Without the reserved places.
     void appendLiving(Records& out, Place from, Place to) const;
+    // Leaves the lane compact. Requires that nothing of _temporary is needed any more, and that no record of
+    // _permanent has a count of 0.
+    void dropFresh();
     static void requireSound(const Record* records, std::size_t size, std::uint32_t classCount);
 
     SharedRecords<Record> _permanent;  // sorted by key, capacity equal to size when compacted
     SparseIndex _index;                // of _permanent
-    FreshRecords<Record> _fresh;       // new records, and those that stand in front of shared ones
-    std::size_t _freshKnown = 0;       // records of _fresh that stand in front of one
-    std::size_t _freshDeleted = 0;     // others of _fresh with a count of 0
+    FreshRecords<Record> _temporary;   // new records, and those that stand in front of shared ones
+    std::size_t _freshKnown = 0;       // records of _temporary that stand in front of one
+    std::size_t _freshDeleted = 0;     // others of _temporary with a count of 0
     std::size_t _permaDeleted = 0;     // keys of _permanent that have come to a count of 0
 };
 

@@ -121,8 +121,11 @@ template <std::size_t N>
 bool VectorLane<N>::operator==(const VectorLane& other) const {
     CHECK(isCompact(), "The lane has not been compacted since training");
     return std::equal(_permanent.begin(), _permanent.end(), other._permanent.begin(), other._permanent.end(),
-                      [](const Record& left, const Record& right) {
-                          return left == right && left.parameter.count() == right.parameter.count();
+                      [&other](const Record& left, const Record& right) {
+                          const Record* const fresh =
+                              other._temporary.find(right, other._temporary.hashOf(right));
+                          const Record& now = fresh != nullptr ? *fresh : right;
+                          return left == right && left.parameter.count() == now.parameter.count();
                       });
 }
 
@@ -142,6 +145,8 @@ void VectorLane<N>::removeClass(std::uint16_t classIndex) {
         }
     }
     _permanent.truncate(kept);
+    // Records that came and went since the last compaction would keep their old class indexes.
+    dropFresh();
     describe(_permanent.data(), kept, _index);
 }
 
@@ -157,8 +162,8 @@ void VectorLane<N>::findKeysInBlocks(const Record* const* keys, const Record** p
 // What has changed once since the lane was compact is found in the table, which costs less than a search.
 template <std::size_t N>
 typename VectorLane<N>::Target VectorLane<N>::targetOf(const Record& key) {
-    const std::uint32_t hash = _fresh.hashOf(key);
-    Record* const fresh = _fresh.find(key, hash);
+    const std::uint32_t hash = _temporary.hashOf(key);
+    Record* const fresh = _temporary.find(key, hash);
     return {hash, fresh, fresh == nullptr ? findPermanent(key) : nullptr};
 }
 
@@ -170,7 +175,7 @@ FeatureRecord<N>& VectorLane<N>::changeable(const Target& target) {
     if (!_permanent.isShared()) {
         return _permanent.changeable(*target.known);
     }
-    Record& copy = _fresh.insert(*target.known, target.hash);
+    Record& copy = _temporary.insert(*target.known, target.hash);
     ++_freshKnown;
     return copy;
 }
@@ -185,7 +190,7 @@ template <std::size_t N>
 bool VectorLane<N>::addTo(const Target& target, const Record& record) {
     const Record* const held = target.fresh != nullptr ? target.fresh : target.known;
     if (held == nullptr) {
-        _fresh.insert(record, target.hash);
+        _temporary.insert(record, target.hash);
         return true;
     }
     const std::uint32_t count = record.parameter.count();
@@ -235,7 +240,7 @@ bool VectorLane<N>::sub(std::string_view feature, std::uint16_t classIndex, std:
 
 template <std::size_t N>
 void VectorLane<N>::reserve(std::size_t changes) {
-    _fresh.reserve(changes);
+    _temporary.reserve(changes);
 }
 
 template <std::size_t N>
@@ -256,7 +261,7 @@ std::uint32_t VectorLane<N>::addAll(const FeatureCounts& features, std::uint16_t
                 added += addTo(targets[i], records[i]) ? 1 : 0;
             }
         }
-    } catch (const ClassifierException&) {
+    } catch (...) {
         for (std::size_t i = 0; i < done; ++i) {
             std::uint32_t removed = 0;
             sub({features.features[i], N}, classIndex, features.counts[i], removed);
@@ -274,8 +279,8 @@ void VectorLane<N>::findTargets(const Record* records, std::size_t count, Target
     std::size_t missing[groupSize];
     std::size_t size = 0;
     for (std::size_t i = 0; i < count; ++i) {
-        const std::uint32_t hash = _fresh.hashOf(records[i]);
-        targets[i] = {hash, _fresh.find(records[i], hash), nullptr};
+        const std::uint32_t hash = _temporary.hashOf(records[i]);
+        targets[i] = {hash, _temporary.find(records[i], hash), nullptr};
         if (targets[i].fresh == nullptr) {
             missing[size] = i;
             features[size] = records[i].feature;
@@ -327,13 +332,13 @@ bool VectorLane<N>::compact() {
     const bool isChanged = !isCompact();
     if (isChanged) {
         const std::size_t newSize =
-            _permanent.size() - _permaDeleted + _fresh.size() - _freshKnown - _freshDeleted;
+            _permanent.size() - _permaDeleted + _temporary.size() - _freshKnown - _freshDeleted;
         const auto merged = std::make_shared<Records>();
         Records& tmp = *merged;
         tmp.reserve(newSize);
         SparseIndex index;
         index.update(newSize, [](std::size_t) { return std::uint64_t{0}; });
-        Records fresh = _fresh.take();
+        Records fresh = _temporary.take();
         std::sort(fresh.begin(), fresh.end());
         Place old = _permanent.begin();
         for (const Record& record : fresh) {
@@ -350,11 +355,16 @@ bool VectorLane<N>::compact() {
         _permanent = SharedRecords<Record>(merged);
         _index.swap(index);
     }
-    _fresh.take();
+    dropFresh();
+    return isChanged;
+}
+
+template <std::size_t N>
+void VectorLane<N>::dropFresh() {
+    _temporary.take();
     _freshKnown = 0;
     _freshDeleted = 0;
     _permaDeleted = 0;
-    return isChanged;
 }
 
 template <std::size_t N>
@@ -366,10 +376,7 @@ template <std::size_t N>
 void VectorLane<N>::clear() {
     _permanent = {};
     SparseIndex().swap(_index);
-    _fresh.take();
-    _freshKnown = 0;
-    _freshDeleted = 0;
-    _permaDeleted = 0;
+    dropFresh();
 }
 
 template <std::size_t N>

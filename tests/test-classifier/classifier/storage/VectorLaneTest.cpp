@@ -34,6 +34,22 @@ TEST(VectorLaneTest, ChangesWaitForCompactionAndKeepTheirPlaces) {
     EXPECT_EQ(lane.begin().record, place) << "what comes back takes its old place";
 }
 
+TEST(VectorLaneTest, WhatCameAndWentBeforeAClassIsRemovedLeavesNothingBehind) {
+    VectorLane<3> lane;
+    lane.add("xyz", 2, 5);
+    lane.compact();
+    lane.add("xyz", 1, 1);
+    std::uint32_t removed = 0;
+    lane.sub("xyz", 1, 1, removed);
+    lane.removeClass(0);
+    EXPECT_FALSE(lane.add("xyz", 1, 1)) << "that class has moved down to 1";
+    EXPECT_TRUE(lane.isCompact());
+    EXPECT_EQ(lane.find("xyz", 1), 6u);
+    EXPECT_TRUE(lane.add("xyz", 0, 2));
+    lane.compact();
+    EXPECT_EQ(lane.totalCount(), 8u);
+}
+
 TEST(VectorLaneTest, LanesKnowTheirLength) {
     const VectorLaneFactory factory;
     for (const auto& [length, stride] : {std::pair(0, 7), {1, 7}, {8, 14}, {31, 37}}) {
@@ -59,7 +75,11 @@ TEST(VectorLaneTest, LanesAreEqualThatHoldTheSame) {
     const auto other = factory.clone(2, *lane);
     EXPECT_TRUE(*lane == *other);
     other->add("hi", 1, 1);
-    other->compact();
+    EXPECT_FALSE(*lane == *other) << "the changed record stands in front of the shared one";
+    std::uint32_t removed = 0;
+    other->sub("hi", 1, 1, removed);
+    EXPECT_TRUE(*lane == *other);
+    other->sub("hi", 1, 9, removed);
     EXPECT_FALSE(*lane == *other);
     other->clear();
     EXPECT_FALSE(*lane == *other);
