@@ -143,6 +143,9 @@ int SocketExchange::connectTo(const Endpoint& endpoint, const Interrupts& interr
         }
         socklen_t size = sizeof(error);
         ::getsockopt(connection.get(), SOL_SOCKET, SO_ERROR, &error, &size);
+        if (error == ECONNRESET) {
+            error = 0;  // There was a connection, and whoever talks over it will find that it broke off.
+        }
     }
     if (error == 0 && isConnectedToItself(connection.get())) {
         // A reset frees the port for a server that may want it.
