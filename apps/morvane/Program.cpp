@@ -166,7 +166,11 @@ int Program::run(const std::vector<std::string>& arguments) {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
         _context.out().flush();
         if (!_context.out()) {
-            throw Failure{ExitCode::LOCAL_FILE, "The output can't be written.", "Is the disk full?"};
+            throw Failure{
+                ExitCode::LOCAL_FILE, "The output can't be written.",
+                _context.wantsServer()
+                    ? "Is the disk full? What the server was asked to change is changed all the same."
+                    : "Is the disk full?"};
         }
         if (_context.exitCode == ExitCode::DONE) {
             rememberNames(app, _context);
@@ -175,7 +179,8 @@ int Program::run(const std::vector<std::string>& arguments) {
     } catch (const CLI::Success& e) {
         // Help or the version was asked for.
         app.exit(e, _context.out(), _context.err());
-        return static_cast<int>(ExitCode::DONE);
+        _context.out().flush();
+        return static_cast<int>(_context.out() ? ExitCode::DONE : ExitCode::LOCAL_FILE);
     } catch (const CLI::ParseError& e) {
         // It is set only once the whole line has been understood.
         _context.options().json = std::count(arguments.begin(), arguments.end(), "--json") != 0;

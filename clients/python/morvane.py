@@ -207,6 +207,9 @@ class WriteSequence:
         return self._size
 
     def __enter__(self) -> WriteSequence:
+        # What it has collected was sent, or given up.
+        if self._ended:
+            raise ValueError("this write sequence has ended; begin another with client.write()")
         return self
 
     def __exit__(
@@ -424,8 +427,8 @@ class Client:
         except TimeoutError:
             text = f"no answer of {self.host}:{self.port} within {self.timeout:g} seconds"
             raise NoAnswerError(whole, text, sent) from None
-        except OSError as error:
-            text = f"the connection to {self.host}:{self.port} failed: {error.strerror or error}"
+        except (OSError, UnicodeError, OverflowError) as error:
+            text = f"the connection to {self.host}:{self.port} failed: {getattr(error, 'strerror', None) or error}"
             raise NoAnswerError(whole, text, sent) from None
         if not blocks:
             text = f"{self.host}:{self.port} ended the connection without an answer"

@@ -111,6 +111,8 @@ class ServedTest(unittest.TestCase):
                 self.assertEqual(self.totals(), before)
         with self.assertRaisesRegex(ValueError, "has ended"):
             w.train("a", "late")
+        with self.assertRaisesRegex(ValueError, "has ended"), w:
+            pass
         with self.client.write("nothing is sent for no calls"):
             pass
 

@@ -65,8 +65,10 @@ std::size_t requireColumn(const std::vector<std::string>& header, const std::str
 }
 
 Columns columnsOf(const std::vector<std::string>& header, const RecordSource& source) {
+    const bool isChosen = !source.labelColumn.empty() || !source.textColumn.empty();
     const Columns columns = {requireColumn(header, source.labelColumn, "label", 0),
-                             requireColumn(header, source.textColumn, "text", 1)};
+                             requireColumn(header, source.textColumn, "text", 1),
+                             !header.empty() ? header.size() : std::size_t{isChosen ? 0U : 2U}};
     if (columns.label == columns.text) {
         throw Failure{ExitCode::USAGE, "Label and text can't be the same column.",
                       "Choose them with --label-column and --text-column."};
@@ -84,6 +86,16 @@ void take(Record& record, std::vector<std::string>& fields, const Columns& colum
                          ", and the label or the text is field " + std::to_string(needed);
         return;
     }
+    // A delimiter in a text that isn't quoted would cut the text short. Empty fields at the end are harmless.
+    while (!fields.empty() && fields.back().empty()) {
+        fields.pop_back();
+    }
+    if (columns.most > 0 && fields.size() > columns.most) {
+        record.problem = "has " + std::to_string(fields.size()) + " fields, and there are " +
+                         std::to_string(columns.most) + " columns";
+        return;
+    }
+    fields.resize(std::max(fields.size(), needed));
     record.label = std::move(fields[columns.label]);
     record.text = std::move(fields[columns.text]);
     record.problem = problemOfLabel(record.label);

@@ -13,6 +13,7 @@ namespace halvern::morvane::client {
 struct Columns {
     std::size_t label = 0;
     std::size_t text = 1;
+    std::size_t most = 0;  // fields in a row; 0: any number
 };
 
 // Lines of fields between tabs, in which nothing is quoted and no text holds a tab or a line end.

@@ -227,6 +227,7 @@ void Importer::sendBatch() {
     _journal.open = OpenBatch{batch.records, batch.skipped, _guard, before};
     if (batch.texts > 0) {
         _file.save(_journal);
+        _textsSent = batch.texts;
         try {
             ask(_exchange, batch.request);
         } catch (const Failure& failure) {
@@ -306,6 +307,8 @@ void Importer::settle() {
     }
     ++_counts.refusals;
     if (isTaken || (_assume == "taken" && !isAsBefore(now))) {
+        _counts.texts += _textsSent;
+        _counts.batches += _textsSent > 0 ? 1 : 0;
         finishBatch();
     } else {
         _journal.open.reset();

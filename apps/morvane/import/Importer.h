@@ -110,7 +110,8 @@ private:
     std::string _guard;
     std::string _assume;
     std::size_t _batchBytes;
-    int _refusals = 0;  // in a row
+    std::uint64_t _textsSent = 0;  // in the open batch, if this run has sent it
+    int _refusals = 0;             // in a row
 };
 
 }  // namespace halvern::morvane::client

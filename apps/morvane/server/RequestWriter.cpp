@@ -7,6 +7,7 @@
 #include "server/ElementNames.h"
 #include "util/Base64.h"
 #include "util/EscapeXml.h"
+#include "util/Utf8.h"
 
 namespace halvern::morvane::client {
 
@@ -43,6 +44,15 @@ void checkName(const char* kind, const std::string& name, std::size_t longest) {
     }
     if (hasControlCharacter(name)) {
         throw refuse("it holds a control character, such as a tab or a line end.");
+    }
+}
+
+// For names that come to be: what isn't UTF-8, or no character of XML, comes back as another name.
+void checkNewName(const char* kind, const std::string& name) {
+    if (!util::isUtf8(name) || name.find("\xef\xbf\xbe") != std::string::npos ||
+        name.find("\xef\xbf\xbf") != std::string::npos) {
+        throw Failure{ExitCode::USAGE, "'" + name + "' can't be the name of a new " + kind +
+                                           ": it isn't UTF-8, or holds what XML can't carry."};
     }
 }
 
@@ -109,6 +119,7 @@ std::string RequestWriter::getInformation(const std::string& classifier) {
 }
 
 std::string RequestWriter::create() {
+    checkNewName("classifier", _classifierToWrite);
     return addWrite(elementNames::CREATE, {}, "", "create " + _classifierToWrite);
 }
 
@@ -117,6 +128,7 @@ std::string RequestWriter::remove() {
 }
 
 std::string RequestWriter::addClass(const std::string& className) {
+    checkNewName("class", className);
     return addWrite(elementNames::ADD_CLASS, className, "", "add class " + className);
 }
 

@@ -111,7 +111,10 @@ std::string printable(std::string_view text, bool keepLines) {
     while (!text.empty()) {
         const Character character = decode(text);
         // 0x80 to 0x9F are control characters too, in UTF-8 and, to some terminals, as single bytes.
-        const bool isControl = character.code < 0x20 || (character.code >= 0x7F && character.code <= 0x9F);
+        // And those that turn the direction of writing would garble the rest of the line.
+        const bool isControl = character.code < 0x20 || (character.code >= 0x7F && character.code <= 0x9F) ||
+                               (character.code >= 0x202A && character.code <= 0x202E) ||
+                               (character.code >= 0x2066 && character.code <= 0x2069);
         if (isControl && !(keepLines && character.code == '\n')) {
             shown += character.code == '\t' ? " " : "?";
         } else {

@@ -179,7 +179,6 @@ void savePage(const std::string& file, const Report& report) {
 }
 
 void evaluate(Context& context, EvaluateChoices& choices) {
-    const Interrupts interrupts;
     checkClassifierName(choices.options.classifier);
     choices.source.prepare(context);
     choices.options.batchTexts = choices.source.batchTexts;
@@ -188,6 +187,7 @@ void evaluate(Context& context, EvaluateChoices& choices) {
     if (!choices.source.skipBad) {
         requireSound(found);
     }
+    const Interrupts interrupts;
     const std::unique_ptr<RecordReader> reader = openRecords(choices.source.source());
     Progress progress(context.err(), context.errTerminal(), "texts", found.records);
     progress.show(0, 0);
@@ -199,11 +199,15 @@ void evaluate(Context& context, EvaluateChoices& choices) {
     report.input = choices.source.name() == "-" ? "standard input" : choices.source.name();
     progress.clear();
 
-    if (!choices.page.empty()) {
-        savePage(choices.page, report);
-    }
+    const auto saveAskedPage = [&] {
+        // Last, so that a page that can't be written costs nobody the figures.
+        if (!choices.page.empty()) {
+            savePage(choices.page, report);
+        }
+    };
     if (context.json()) {
-        return writeJson(context.out(), jsonOf(report));
+        writeJson(context.out(), jsonOf(report));
+        return saveAskedPage();
     }
     showFigures(context, report);
     showClasses(context, report.metrics, choices.all);
@@ -216,8 +220,10 @@ void evaluate(Context& context, EvaluateChoices& choices) {
         context.out() << "\nPassed over " << countText(found.bad) << (found.bad == 1 ? " record" : " records")
                       << ", as " << printable(found.problems.front()) << ".\n";
     }
+    saveAskedPage();
     if (!choices.page.empty()) {
-        context.out() << "\nThe page with the most confident mistakes is in " << choices.page << ".\n";
+        context.out() << "\nThe page with the most confident mistakes is in " << printable(choices.page)
+                      << ".\n";
     }
 }
 

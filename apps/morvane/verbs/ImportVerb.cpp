@@ -82,6 +82,12 @@ Journal journalFor(const JournalFile& file, const Journal& wanted, bool restart)
     if (!found) {
         return wanted;
     }
+    if (found->server != wanted.server || found->classifier != wanted.classifier) {
+        throw Failure{ExitCode::DIFFERENT,
+                      "The journal '" + file.path() + "' is of an import into the classifier '" +
+                          found->classifier + "' at " + found->server + ".",
+                      "Go on with that import, or choose another --journal FILE."};
+    }
     if (found->fingerprint != wanted.fingerprint || found->reading != wanted.reading) {
         throw Failure{
             ExitCode::DIFFERENT,
@@ -119,7 +125,6 @@ void showResult(Context& context, const ImportChoices& choices, const ImportCoun
 }
 
 void runImport(Context& context, ImportChoices& choices) {
-    const Interrupts interrupts;
     checkClassifierName(choices.options.classifier);
     choices.source.prepare(context);
     ImportOptions& options = choices.options;
@@ -137,6 +142,8 @@ void runImport(Context& context, ImportChoices& choices) {
     if (!options.skipBad) {
         requireSound(found);
     }
+    // Up to here Ctrl-C ends the program at once, even while it waits for its standard input.
+    const Interrupts interrupts;
     Journal wanted;
     wanted.server = context.settings().address.text();
     wanted.classifier = options.classifier;

@@ -40,7 +40,7 @@ public:
     std::size_t batchBytes = 4'000'000;
 
 private:
-    void keepStandardInput(Context& context);
+    void keepInput(Context& context);
 
     std::string _input;
     RecordSource _source;

@@ -83,6 +83,7 @@ TEST_F(RecordReaderTest, CsvIsReadAsTheRfcSays) {
          {"a|x\ny", "line 4! has a quote inside a field that isn't quoted",
           "line 5! has something behind the closing quote of a field", "d|x",
           "line 7! has a quoted field that begins in line 7 and never ends"}},
+        {"label,text\na,hello, world\nb,x,,\n", {"line 2! has 3 fields, and there are 2 columns", "b|x"}},
         {"label,text\na\n", {"line 2! has 1 field, and the label or the text is field 2"}},
         {"", {}},
     };

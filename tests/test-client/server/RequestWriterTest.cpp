@@ -69,7 +69,8 @@ TEST_F(RequestWriterTest, WhatTheSchemaWouldRefuseIsRefusedHereInWords) {
             << name;
         EXPECT_EQ(clientFailureOf([&] { RequestWriter(name).create(); }).code, ExitCode::USAGE) << name;
     }
-    for (const std::string& name : {std::string(), control, deleted, std::string(257, 'c')}) {
+    for (const std::string& name : {std::string(), control, deleted, std::string(257, 'c'),
+                                    std::string("k\xff"), std::string("k\xef\xbf\xbf")}) {
         EXPECT_EQ(clientFailureOf([&] { RequestWriter("a").addClass(name); }).code, ExitCode::USAGE) << name;
     }
 }

@@ -1,9 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <thread>
 
 #include "Program.h"
 #include "support/ServerInMemory.h"
@@ -71,7 +73,14 @@ TEST_F(ImportVerbTest, TheSameTextsAreLearnedFromEveryForm) {
     ASSERT_EQ(run({"import", "csv", csv, "--create", "--label-column", "kind"}), 0) << errors;
     ASSERT_EQ(run({"import", "jsonl", "-", "--create", "--format", "jsonl"}, support::readFile(jsonl)), 0)
         << errors;
+    // A pipe, whose bytes can be read once.
+    const std::string pipe = folder.file("pipe.csv");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    std::thread writer([&] { support::writeFile(pipe, support::readFile(csv)); });
+    EXPECT_EQ(run({"import", "piped", pipe, "--create", "--label-column", "kind"}), 0) << errors;
+    writer.join();
     EXPECT_EQ(errors, "");
+    EXPECT_EQ(server.stored("folder"), server.stored("piped"));
     EXPECT_EQ(server.stored("folder"), server.stored("csv"));
     EXPECT_EQ(server.stored("folder"), server.stored("jsonl"));
     for (const auto& left : std::filesystem::directory_iterator(folder.file("morvane"))) {
@@ -132,6 +141,11 @@ TEST_F(ImportVerbTest, InterruptedImportGoesOnOnlyWithTheSameInput) {
           "ham\tone\nspam\ttwo\n"
           "ham\t" +
               std::string(3000, 'x') + "\n");
+    const auto journal = [&](const std::string& classifier) {
+        return run({"import", classifier, file, "--create", "--batch", "1", "--journal", folder.file("j")});
+    };
+    EXPECT_EQ(journal("d"), 1);
+    EXPECT_EQ(journal("e"), 5) << "the journal of another classifier would leave texts out";
     std::vector<std::string> otherColumns = command;
     otherColumns.insert(otherColumns.end(), {"--text-column", "2"});
     EXPECT_EQ(run(otherColumns), 5);
