@@ -76,6 +76,7 @@ inline bool isAllowed(const std::string& path) {
                                                 "/proc/meminfo",
                                                 "/proc/self/cgroup",
                                                 "/proc/self/maps",
+                                                "/proc/stat",
                                                 "/proc/sys/vm/overcommit_memory",
                                                 "/sys/devices/system/cpu/online"};
     const std::string last = path.substr(path.rfind('/') + 1);

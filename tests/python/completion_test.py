@@ -11,6 +11,7 @@ import os
 import pathlib
 import pty
 import select
+import shlex
 import shutil
 import subprocess
 import sys
@@ -67,7 +68,7 @@ class Shell:
         show.parent.mkdir(exist_ok=True)
         show.write_text(f"#!/bin/sh\nprintf '%s\\0' \"$@\" > '{folder}/shown'; echo END\n")
         show.chmod(0o755)
-        self.run(setup.format(completion=COMPLETION))
+        self.run(setup.format(completion=shlex.quote(str(COMPLETION))))
 
     def run(self, line: str) -> str:
         """Runs the line and gives what came up to its end, which `echo` marks so that typing it doesn't."""
