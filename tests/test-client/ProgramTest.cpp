@@ -127,8 +127,9 @@ TEST(ProgramTest, MachinesGetJsonInItsDocumentedShapes) {
         {"name": "a", "classes": []}, {"name": "b", "classes": [{"name": "c", "uniqueFeatures": 1, "totalCount": 2}]}]})"));
     EXPECT_THAT(run.run({"info", "a", "b"}).out, HasSubstr("(no class yet)"));
     run.answer = [](const std::string&) { return success(""); };
-    EXPECT_EQ(json::parse(run.run({"--json", "create", "l", "\xE4"}).out),
-              json::parse("{\"classifier\": \"l\", \"done\": \"create\", \"classes\": [\"\xEF\xBF\xBD\"]}"));
+    EXPECT_EQ(
+        json::parse(run.run({"--json", "remove-class", "l", "\xE4"}).out),
+        json::parse("{\"classifier\": \"l\", \"done\": \"remove-class\", \"classes\": [\"\xEF\xBF\xBD\"]}"));
     run.answer = [](const std::string&) {
         return support::refusal(4000, "Why.\nCall id: 1\nWriteCall: create\n");
     };

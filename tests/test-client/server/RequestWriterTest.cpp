@@ -20,8 +20,9 @@ protected:
 };
 
 TEST_F(RequestWriterTest, WhateverTheNamesAndTextsTheRequestIsValidAndSaysThem) {
-    const std::string odd = "r\xC3\xA4\xC2\x9F & \xE4 ' {1}";  // both encodings, a C1 byte, an ampersand
+    const std::string odd = "r\xC3\xA4\xC2\x9F & ' {1}";  // a C1 character, an ampersand
     const std::string oddClass = odd + " <\"/\\:*>";
+    const std::string old = oddClass + "\xE4";  // no UTF-8: not for new names, but there may be such
     std::string bytes;
     for (int byte = 0; byte < 256; ++byte) {
         bytes += static_cast<char>(byte);
@@ -38,7 +39,7 @@ TEST_F(RequestWriterTest, WhateverTheNamesAndTextsTheRequestIsValidAndSaysThem) 
     }
     request.addClass(oddClass);
     request.removeClass(std::string(256, 'c'));
-    EXPECT_EQ(request.train(oddClass, text), "8");
+    EXPECT_EQ(request.train(old, text), "8");
     request.untrain(oddClass, empty);
 
     const std::string xml = request.document();
@@ -54,7 +55,7 @@ TEST_F(RequestWriterTest, WhateverTheNamesAndTextsTheRequestIsValidAndSaysThem) 
     EXPECT_EQ(std::string(decoded.begin(), decoded.end()), bytes);
     EXPECT_EQ(document.getElement("//mv:writeCalls").getAttribute("classifierName"), odd);
     EXPECT_EQ(document.getElement("//mv:writeCalls").getAttribute("maxSize"), "4096");
-    EXPECT_EQ(document.getElement("//mv:train").getAttribute("className"), oddClass);
+    EXPECT_EQ(document.getElement("//mv:train").getAttribute("className"), old);
     EXPECT_EQ(document.getElement("//mv:untrain").getAttribute("textId"), empty);
 }
 
