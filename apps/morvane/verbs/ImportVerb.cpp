@@ -82,7 +82,8 @@ Journal journalFor(const JournalFile& file, const Journal& wanted, bool restart)
     if (!found) {
         return wanted;
     }
-    if (found->server != wanted.server || found->classifier != wanted.classifier) {
+    // The server may have moved to another address meanwhile; what the classifier is called stays.
+    if (found->classifier != wanted.classifier) {
         throw Failure{ExitCode::DIFFERENT,
                       "The journal '" + file.path() + "' is of an import into the classifier '" +
                           found->classifier + "' at " + found->server + ".",
