@@ -16,13 +16,15 @@
 #include <utility>
 #include <vector>
 
+#include "bench/Samples.h"
 #include "classifier/ClassifierImpl.h"
 
 using namespace halvern::classifier;
 
 namespace {
 
-using Samples = std::vector<std::pair<std::string, std::string>>;  // label and text
+using bench::readSamples;
+using bench::Samples;
 
 // Words of a made-up language: frequent ones short, rare ones long, each class with a liking for some of
 // them.
@@ -185,18 +187,6 @@ void load(benchmark::State& state) {
     setBytes(state, bytes.size());
 }
 BENCHMARK(load)->Unit(benchmark::kMillisecond);
-
-Samples readSamples(const std::string& path) {
-    std::ifstream file(path);
-    Samples samples;
-    for (std::string line; std::getline(file, line);) {
-        const std::size_t tab = line.find('\t');
-        if (tab != std::string::npos && tab > 0) {
-            samples.emplace_back(line.substr(0, tab), line.substr(tab + 1));
-        }
-    }
-    return samples;
-}
 
 // Trains on the set's train.tsv; tells the share of test.tsv that gets its own label.
 void realTexts(benchmark::State& state, const std::string& folder) {

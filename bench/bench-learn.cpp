@@ -26,6 +26,7 @@
 #include <utility>
 #include <vector>
 
+#include "bench/Samples.h"
 #include "io/filesystem/ExistsFile.h"
 #include "io/filesystem/LoadFile.h"
 #include "io/filesystem/RemoveFile.h"
@@ -58,7 +59,8 @@ using namespace halvern::morvane;
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Samples = std::vector<std::pair<std::string, std::string>>;  // label and text
+using bench::readSamples;
+using bench::Samples;
 
 constexpr std::size_t BATCH = 1000;
 constexpr int PASSES = 7;
@@ -147,18 +149,6 @@ private:
     const windows::net::winsock::WinsockErrors _mapper;
     const net::socket::SocketStreamFactoryImpl _streams{_mapper};
 };
-
-Samples readSamples(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    Samples samples;
-    for (std::string line; std::getline(file, line);) {
-        const std::size_t tab = line.find('\t');
-        if (tab != std::string::npos && tab > 0) {
-            samples.emplace_back(line.substr(0, tab), line.substr(tab + 1));
-        }
-    }
-    return samples;
-}
 
 std::string request(const std::string& classifier, const std::string& texts, const std::string& calls) {
     return "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<morvane "

@@ -15,25 +15,15 @@
 #include <utility>
 #include <vector>
 
+#include "bench/Samples.h"
 #include "classifier/ClassifierImpl.h"
 
 using namespace halvern::classifier;
 
 namespace {
 
-using Samples = std::vector<std::pair<std::string, std::string>>;  // label and text
-
-Samples readSamples(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    Samples samples;
-    for (std::string line; std::getline(file, line);) {
-        const std::size_t tab = line.find('\t');
-        if (tab != std::string::npos && tab > 0) {
-            samples.emplace_back(line.substr(0, tab), line.substr(tab + 1));
-        }
-    }
-    return samples;
-}
+using bench::readSamples;
+using bench::Samples;
 
 void learn(Classifier& classifier, const Samples& samples) {
     for (const auto& [label, text] : samples) {
