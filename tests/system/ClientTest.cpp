@@ -80,7 +80,8 @@ TEST_F(ClientTest, WhatIsTooMuchForTheServerIsToldWithTheWayOut) {
     const Installation installation;
     Server server(installation, {.maxInput = "1000"});
     EXPECT_EQ(run({"classify", "any", "-t", std::string(5000, 'x')}, server.port()), 1);
-    EXPECT_THAT(output(), AllOf(HasSubstr("(4013)"), HasSubstr("maxInput"), HasSubstr("morvane import")));
+    EXPECT_THAT(output(), AllOf(HasSubstr("(4013) to classify text."), HasSubstr("maxInput"),
+                                HasSubstr("morvane import")));
     server.stop();
     EXPECT_EQ(run({"info", "any"}, server.port()), 3);
     EXPECT_THAT(output(), HasSubstr("No server listens"));

@@ -246,11 +246,12 @@ TEST(ProgramTest, BenchSendsEachTextInARequestOfItsOwn) {
     };
     run.input = "one\n";
     EXPECT_EQ(run.run({"bench", "l", "-", "--clients", "1", "--requests", "3"}).exitCode, 1);
-    EXPECT_THAT(run.out,
-                AllOf(HasSubstr("answers       1 in"), HasSubstr("errors        2"), HasSubstr("Gone.")));
+    EXPECT_THAT(run.out, AllOf(HasSubstr("answers       1 in"), HasSubstr("errors        2"),
+                               HasSubstr("(4000) to classify -.\nGone.")));
     run.answer = [](const std::string&) { return support::refusal(4000, "Never."); };
     run.input = "one\n";
     EXPECT_EQ(run.run({"bench", "l", "-"}).exitCode, 1) << "Refused at once, not for ten seconds";
+    EXPECT_THAT(run.err, HasSubstr("(4000) to classify -."));
     run.run({"bench", "--echo", "--requests", "20", "--clients", "3"});
     EXPECT_THAT(run.out, AllOf(HasSubstr("answers       20 in"), HasSubstr("errors        0")));
 }

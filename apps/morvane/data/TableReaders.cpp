@@ -78,6 +78,16 @@ Columns columnsOf(const std::vector<std::string>& header, const RecordSource& so
 
 std::string placeOf(std::uint64_t line) { return "line " + std::to_string(line); }
 
+// A quote that nobody closed costs its own line, but not all that follow: most of those were records.
+void requireOneLine(std::uint64_t first, std::uint64_t last) {
+    if (last > first) {
+        throw Failure{ExitCode::LOCAL_FILE,
+                      "The quote that opens a field in " + placeOf(first) + " is never closed, so that all " +
+                          std::to_string(last - first + 1) + " lines from there to the end are one field.",
+                      "Close it, or take these lines out; --skip-bad can't tell what they hold."};
+    }
+}
+
 void take(Record& record, std::vector<std::string>& fields, const Columns& columns) {
     const std::size_t needed = std::max(columns.label, columns.text) + 1;
     if (fields.size() < needed) {
@@ -185,7 +195,7 @@ std::string CsvReader::readRow() {
         return {};
     }
     while (true) {
-        const std::string problem = readField(_fields.emplace_back());
+        std::string problem = readField(_fields.emplace_back());
         if (atRowEnd()) {
             return problem;
         }
@@ -216,6 +226,7 @@ std::string CsvReader::readField(std::string& field) {
     while (true) {
         const int byte = _input.get();
         if (byte == Input::END) {
+            requireOneLine(start, _input.line() - (field.ends_with('\n') ? 1 : 0));
             return "has a quoted field that begins in line " + std::to_string(start) + " and never ends";
         }
         if (byte == '"') {
@@ -226,7 +237,13 @@ std::string CsvReader::readField(std::string& field) {
         }
         field += static_cast<char>(byte);
     }
-    return endsField(_input.peek()) ? std::string() : "has something behind the closing quote of a field";
+    if (endsField(_input.peek())) {
+        return {};
+    }
+    const std::string problem = "has something behind the closing quote of a field";
+    return _input.line() == start
+               ? problem
+               : problem + " that goes from " + placeOf(start) + " to " + placeOf(_input.line());
 }
 
 }  // namespace halvern::morvane::client

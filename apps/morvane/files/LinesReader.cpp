@@ -105,7 +105,7 @@ private:
         if (found == _json.end()) {
             throw LineError{"\"" + std::string(name) + "\" is missing"};
         }
-        const json value = std::move(*found);
+        json value = std::move(*found);
         _json.erase(found);
         return value;
     }

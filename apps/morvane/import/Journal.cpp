@@ -39,6 +39,24 @@ std::vector<ClassCounts> countsOf(const json& all) {
     return classes;
 }
 
+// Deletes the unfinished files of saves that a kill cut short. Their names hold that of the journal, so that
+// whoever holds its lock deletes nobody else's.
+void removeLeftovers(const std::filesystem::path& journal) {
+    namespace fs = std::filesystem;
+    const std::string beginning = "." + journal.filename().string() + ".";
+    constexpr std::string_view REST = "XXXXXX.tmp";
+    std::error_code error;
+    for (fs::directory_iterator entry(fs::absolute(journal).parent_path(), error), end;
+         !error && entry != end; entry.increment(error)) {
+        const std::string name = entry->path().filename().string();
+        if (name.size() == beginning.size() + REST.size() && name.starts_with(beginning) &&
+            name.ends_with(".tmp")) {
+            std::error_code ignored;
+            fs::remove(entry->path(), ignored);
+        }
+    }
+}
+
 }  // namespace
 
 JournalFile::JournalFile(const std::string& path, const io::filesystem::SaveFile& saver)
@@ -65,6 +83,7 @@ JournalFile::JournalFile(const std::string& path, const io::filesystem::SaveFile
         throw Failure{ExitCode::LOCAL_FILE, "Another import of this input into this classifier is running.",
                       "Wait for it, or end it. It holds " + lock + "."};
     }
+    removeLeftovers(path);
 }
 
 JournalFile::~JournalFile() { ::close(_lock); }

@@ -46,9 +46,9 @@ struct Journal {
 // Keeps one journal in a file, and the file for one process.
 class JournalFile {
 public:
-    // Makes the folders on the way. Throws Failure (LOCAL_FILE) if they can't be made or if another process
-    // holds this journal.
-    // saver must outlive this object.
+    // Makes the folders on the way, and clears away what a save of this journal has left that was killed.
+    // Throws Failure (LOCAL_FILE) if they can't be made or if another process holds this journal. saver must
+    // outlive this object.
     JournalFile(const std::string& path, const io::filesystem::SaveFile& saver);
     JournalFile(const JournalFile&) = delete;
     JournalFile& operator=(const JournalFile&) = delete;

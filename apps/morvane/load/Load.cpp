@@ -37,16 +37,16 @@ public:
     LoadResult result;
 
 private:
-    void askOnce(const std::string& request) {
+    void askOnce(const LoadRequest& request) {
         const Clock::time_point start = Clock::now();
         try {
-            const std::string answer = _exchange->ask(request);
+            const std::string answer = _exchange->ask(request.bytes);
             const Clock::duration latency = Clock::now() - start;
             if (!isRefusal(answer)) {
                 result.latencies.push_back(latency);
                 return;
             }
-            fail(refusal(Answer::parse(answer), RequestWriter()));
+            fail(refusal(Answer::parse(answer), request.call));
         } catch (const Failure& failure) {
             if (failure.code != ExitCode::INTERRUPTED) {
                 fail(failure);

@@ -13,9 +13,14 @@
 
 namespace halvern::morvane::client {
 
+struct LoadRequest {
+    std::string bytes;
+    std::string call = {};  // what it asks for, as RequestWriter describes it; may be empty
+};
+
 // What to send: clients at the same time, each with one request after another on connections of their own.
 struct LoadPlan {
-    std::vector<std::string> requests;  // taken in turn; at least one
+    std::vector<LoadRequest> requests;  // taken in turn; at least one
     std::uint32_t clients = 1;
     std::chrono::nanoseconds time{0};  // how long new requests are sent; only if count is 0
     std::uint64_t count = 0;           // how many requests altogether

@@ -56,6 +56,7 @@ std::vector<Record> Evaluator::readBatch(RecordReader& reader) {
 void Evaluator::classify(std::vector<Record> batch) {
     RequestWriter request;
     std::vector<std::string> calls;
+    calls.reserve(batch.size());
     for (const Record& record : batch) {
         calls.push_back(request.classify(_options.classifier, request.addText(record.text), record.place));
     }

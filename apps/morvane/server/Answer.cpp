@@ -225,9 +225,13 @@ const std::vector<ClassCounts>& Answer::information(const std::string& callId) c
 }
 
 Failure refusal(const Answer& answer, const RequestWriter& request) {
-    const std::string call = request.describe(answer.failedCall());
-    std::string message = "The server refused (" + std::to_string(answer.statusCode()) + ")";
-    message += (call.empty() ? "" : " to " + call) + ".";
+    // A request that is refused as a whole names no call, and needn't if there is but one.
+    return refusal(answer, request.describe(request.callCount() == 1 ? "1" : answer.failedCall()));
+}
+
+Failure refusal(const Answer& answer, const std::string& call) {
+    std::string message = "The server refused (" + std::to_string(answer.statusCode()) + ") ";
+    message += (call.empty() ? "the request" : "to " + call) + ".";
     if (!answer.message().empty()) {
         message += "\n" + answer.message();
     }

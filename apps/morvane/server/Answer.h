@@ -76,7 +76,9 @@ private:
 // refusal a Failure with REFUSED: the server's text whole, the call that failed, and what to do.
 Answer ask(Exchange& exchange, const RequestWriter& request);
 
-// The Failure of a refusal, for whoever deals with answers that are no success.
+// The Failure of a refusal, for whoever deals with answers that are no success. call is the one that was
+// refused, as RequestWriter describes it, and empty if that isn't known.
 Failure refusal(const Answer& answer, const RequestWriter& request);
+Failure refusal(const Answer& answer, const std::string& call);
 
 }  // namespace halvern::morvane::client

@@ -98,7 +98,7 @@ std::string RequestWriter::addText(std::string_view text) {
     }
     std::string base64;
     util::Base64EncoderImpl().encode(util::Bytes(text.begin(), text.end()), base64);
-    const std::string id = std::to_string(++_textCount);
+    std::string id = std::to_string(++_textCount);
     _texts += "<textBase64 id=\"" + id + "\">" + base64 + "</textBase64>\n";
     return id;
 }
@@ -151,7 +151,7 @@ std::string RequestWriter::addRead(const char* call, const std::string& classifi
     checkCount(_readCount, "calls that read");
     checkClassifierName(classifier);
     ++_readCount;
-    const std::string id = addCall(description);
+    std::string id = addCall(description);
     _reads += std::string("<") + call + attribute(elementNames::ID, id) +
               attribute(elementNames::CLASSIFIER_NAME, classifier) +
               (textId.empty() ? "" : attribute(elementNames::TEXT_ID, textId)) + "/>\n";
@@ -166,7 +166,7 @@ std::string RequestWriter::addWrite(const char* call, const std::optional<std::s
         checkClassName(*className);
     }
     ++_writeCount;
-    const std::string id = addCall(description);
+    std::string id = addCall(description);
     _writes += std::string("<") + call + attribute(elementNames::ID, id) +
                (className ? attribute(elementNames::CLASS_NAME, *className) : "") +
                (textId.empty() ? "" : attribute(elementNames::TEXT_ID, textId)) + "/>\n";

@@ -39,7 +39,7 @@ void readLine(const std::string& line, const std::string& where, Settings& setti
     const std::string key = trimmed(line.substr(0, equals));
     const std::string value = equals == std::string::npos ? "" : trimmed(line.substr(equals + 1));
     if (value.empty()) {
-        throw Failure{ExitCode::LOCAL_FILE, where + ": '" + line + "' isn't understood.",
+        throw Failure{ExitCode::USAGE, where + ": '" + line + "' isn't understood.",
                       "A line says KEY = VALUE, as in: server = 127.0.0.1:9400"};
     }
     if (key == "server") {
@@ -49,11 +49,11 @@ void readLine(const std::string& line, const std::string& where, Settings& setti
         const char* end = value.data() + value.size();
         const auto result = std::from_chars(value.data(), end, seconds);
         if (result.ec != std::errc() || result.ptr != end) {
-            throw Failure{ExitCode::LOCAL_FILE, where + ": '" + value + "' is no number of seconds."};
+            throw Failure{ExitCode::USAGE, where + ": '" + value + "' is no number of seconds."};
         }
         settings.timeout = checkedTimeout(seconds, where);
     } else {
-        throw Failure{ExitCode::LOCAL_FILE, where + ": there is no setting '" + key + "'.",
+        throw Failure{ExitCode::USAGE, where + ": there is no setting '" + key + "'.",
                       "The settings are server and timeout."};
     }
 }
@@ -63,8 +63,12 @@ void readFile(const std::string& path, Settings& settings) {
     if (!file) {
         return;  // having none is the usual case
     }
+    constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
     std::string line;
     for (int number = 1; std::getline(file, line); ++number) {
+        if (number == 1 && line.starts_with(BYTE_ORDER_MARK)) {
+            line.erase(0, BYTE_ORDER_MARK.size());
+        }
         line = trimmed(line.substr(0, line.find('#')));
         if (!line.empty()) {
             readLine(line, path + ":" + std::to_string(number), settings);

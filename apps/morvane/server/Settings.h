@@ -43,8 +43,7 @@ std::string configurationFile(const Environment& environment);
 
 // The command line goes first, then MORVANE_SERVER, then the configuration file, then what Settings begins
 // with. The file has lines "server = HOST:PORT" and "timeout = SECONDS", and comments behind '#'. Throws
-// Failure: USAGE for an address or time that makes no sense, LOCAL_FILE for a file that can't be read or
-// understood.
+// Failure: USAGE for what makes no sense, wherever it stands, LOCAL_FILE for a file that can't be read.
 Settings readSettings(const GlobalOptions& options, const Environment& environment);
 
 }  // namespace halvern::morvane::client

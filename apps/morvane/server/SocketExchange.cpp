@@ -17,7 +17,7 @@ namespace halvern::morvane::client {
 
 namespace {
 
-constexpr std::size_t MEGABYTE = 1024 * 1024;
+constexpr std::size_t MEGABYTE = std::size_t{1024} * 1024;
 constexpr std::size_t LARGE_ANSWER = 64 * MEGABYTE;
 
 constexpr const char* MAY_HAVE_RUN =

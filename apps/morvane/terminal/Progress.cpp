@@ -60,7 +60,7 @@ std::string Progress::line(std::size_t width, const std::string& unit, std::uint
 }
 
 std::string durationText(double seconds) {
-    const auto whole = static_cast<std::uint64_t>(std::clamp(seconds, 0.0, 3.6e9) + 0.5);
+    const auto whole = static_cast<std::uint64_t>(std::llround(std::clamp(seconds, 0.0, 3.6e9)));
     char text[32];
     if (whole < 3600) {
         std::snprintf(text, sizeof(text), "%u:%02u", static_cast<unsigned>(whole / 60),

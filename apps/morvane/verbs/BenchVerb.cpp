@@ -31,19 +31,19 @@ struct BenchOptions {
     std::uint64_t requests = 0;
 };
 
-std::vector<std::string> requestsOf(const BenchOptions& options, Context& context) {
+std::vector<LoadRequest> requestsOf(const BenchOptions& options, Context& context) {
     if (!options.requestFile.empty()) {
-        return {readInput(options.requestFile, context)};
+        return {{readInput(options.requestFile, context)}};
     }
     if (options.classifier.empty()) {
         throw Failure{ExitCode::USAGE, "There is nothing to send.",
                       "Name a classifier and texts to classify, or --request FILE, or --echo."};
     }
-    std::vector<std::string> requests;
+    std::vector<LoadRequest> requests;
     for (const NamedText& text : options.texts.read(context)) {
         RequestWriter request;
-        request.classify(options.classifier, request.addText(text.bytes), text.name);
-        requests.push_back(request.document());
+        const std::string call = request.classify(options.classifier, request.addText(text.bytes), text.name);
+        requests.push_back({request.document(), request.describe(call)});
     }
     return requests;
 }
@@ -90,6 +90,9 @@ void report(const LoadPlan& plan, const LoadResult& result, Context& context) {
                   << "errors        " << countText(result.errors) << "\n";
     if (result.firstError) {
         context.out() << "first error   " << printable(result.firstError->message, true) << "\n";
+        if (!result.firstError->hint.empty()) {
+            context.out() << printable(result.firstError->hint, true) << "\n";
+        }
     }
 }
 
@@ -104,14 +107,14 @@ void bench(Context& context, const BenchOptions& options) {
         echo = std::make_unique<Echo>();
         Settings settings;
         settings.address.port = echo->port();
-        plan.requests.assign(1, std::string(Echo::SIZE, 'x'));
+        plan.requests = {{std::string(Echo::SIZE, 'x')}};
         connect = [settings] { return std::make_unique<SocketExchange>(settings); };
     } else {
         plan.requests = requestsOf(options, context);
         // A load of nothing but errors tells nobody anything. This one isn't counted.
-        const Answer first = Answer::parse(context.exchange().ask(plan.requests.front()));
+        const Answer first = Answer::parse(context.exchange().ask(plan.requests.front().bytes));
         if (!first.isSuccess()) {
-            throw refusal(first, RequestWriter());
+            throw refusal(first, plan.requests.front().call);
         }
     }
     const LoadResult result = runLoad(plan, connect);

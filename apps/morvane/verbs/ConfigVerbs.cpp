@@ -44,7 +44,11 @@ void check(const std::string& file, Context& context) {
 void init(const std::string& file, bool isForced, Context& context) {
     const std::string text = commentedConfig();
     if (file == "-") {
-        context.out() << text;
+        if (context.json()) {
+            writeJson(context.out(), {{"configuration", text}});
+        } else {
+            context.out() << text;
+        }
         return;
     }
     if (!isForced && io::filesystem::ExistsFileImpl().exists(file)) {

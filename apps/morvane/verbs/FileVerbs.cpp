@@ -253,10 +253,22 @@ std::pair<CLI::App*, FileOptions*> add(CLI::App& family, Context& context, const
     return {&verb, options.get()};
 }
 
+// In the form of the library's checks: what is wrong with the name, or nothing.
+std::string problemOfName(const std::string& name) {
+    return name == "-" ? "'-' is no classifier file. Standard input and output don't serve here." : "";
+}
+
+// names is one name or several.
+template <class Names>
+CLI::Option& declareInput(CLI::App& verb, Names& names, const char* description) {
+    return *verb.add_option("FILE", names, description)->required()->type_name("")->check(problemOfName);
+}
+
 void declareOutput(CLI::App& verb, FileOptions& options) {
     verb.add_option("-o,--output", options.output, "File to write, as a whole or not at all")
         ->required()
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(problemOfName);
     verb.add_flag("--force", options.force, "Replace the file if it exists");
 }
 
@@ -270,17 +282,17 @@ void addFileVerbs(CLI::App& app, Context& context) {
 
     const auto shown = add(family, context, "info", "Tell what a classifier file holds",
                            "morvane file info languages.dat", info);
-    shown.first->add_option("FILE", shown.second->file, "Classifier file")->required()->type_name("");
+    declareInput(*shown.first, shown.second->file, "Classifier file");
 
     const auto verified = add(family, context, "verify",
                               "Check every guarantee of the data format; exit code 5 if one is broken",
                               "morvane file verify *.dat", verify);
-    verified.first->add_option("FILE", verified.second->files, "Classifier files")->required()->type_name("");
+    declareInput(*verified.first, verified.second->files, "Classifier files");
     verified.first->add_flag("-a,--all", verified.second->all, "Show all complaints, not only the first 20");
 
     const auto dumped = add(family, context, "dump", "Write a classifier file as lines of JSON",
                             "morvane file dump languages.dat | jq -c 'select(.count > 9)'", dump);
-    dumped.first->add_option("FILE", dumped.second->file, "Classifier file")->required()->type_name("");
+    declareInput(*dumped.first, dumped.second->file, "Classifier file");
 
     const auto loaded = add(family, context, "load", "Make a classifier file from lines as dump writes them",
                             "morvane file dump languages.dat > languages.jsonl\n"
@@ -292,19 +304,13 @@ void addFileVerbs(CLI::App& app, Context& context) {
     const auto summed =
         add(family, context, "merge", "Add what classifiers have learned, as if one had learned it all",
             "morvane file merge monday.dat tuesday.dat -o both.dat", merge);
-    summed.first->add_option("FILE", summed.second->files, "Classifier files, two or more")
-        ->required()
-        ->type_name("")
-        ->expected(2, -1);
+    declareInput(*summed.first, summed.second->files, "Classifier files, two or more").expected(2, -1);
     declareOutput(*summed.first, *summed.second);
 
     const auto reduced =
         add(family, context, "subtract", "Take what the second classifier has learned off the first",
             "morvane file subtract both.dat monday.dat -o tuesday.dat", subtract);
-    reduced.first->add_option("FILE", reduced.second->files, "Two classifier files")
-        ->required()
-        ->type_name("")
-        ->expected(2);
+    declareInput(*reduced.first, reduced.second->files, "Two classifier files").expected(2);
     declareOutput(*reduced.first, *reduced.second);
 }
 

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include "support/ClientRun.h"
 #include "support/TempDir.h"
 #include "system/Program.h"
@@ -86,6 +88,8 @@ TEST(ConfigCheckTest, WhatInitWritesIsSoundAndNothingIsOverwrittenUnasked) {
     const std::string file = folder.file("config.xml");
     ClientRun run;
     EXPECT_EQ(run.run({"config", "init"}).out, commentedConfig());
+    EXPECT_EQ(nlohmann::json::parse(run.run({"config", "init", "--json"}).out).at("configuration"),
+              commentedConfig());
     support::writeFile(file, "mine");
     EXPECT_EQ(run.run({"config", "init", file}).exitCode, 4);
     EXPECT_EQ(support::readFile(file), "mine");

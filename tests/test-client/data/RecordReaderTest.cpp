@@ -83,6 +83,9 @@ TEST_F(RecordReaderTest, CsvIsReadAsTheRfcSays) {
          {"a|x\ny", "line 4! has a quote inside a field that isn't quoted",
           "line 5! has something behind the closing quote of a field", "d|x",
           "line 7! has a quoted field that begins in line 7 and never ends"}},
+        {"label,text\na,\"x\nb,y\nc,\"z\"\nd,w\n",
+         {"line 2! has something behind the closing quote of a field that goes from line 2 to line 4",
+          "d|w"}},
         {"label,text\na,hello, world\nb,x,,\n", {"line 2! has 3 fields, and there are 2 columns", "b|x"}},
         {"label,text\na\n", {"line 2! has 1 field, and the label or the text is field 2"}},
         {"", {}},
@@ -90,6 +93,10 @@ TEST_F(RecordReaderTest, CsvIsReadAsTheRfcSays) {
     for (const Case& one : cases) {
         EXPECT_EQ(read("a.csv", one.content), one.records) << one.content;
     }
+    // All of these would be lost as one record.
+    EXPECT_NE(
+        failure("a.csv", "label,text\na,x\nb,\"y\nc,z\nd,w\n").find("line 3 is never closed, so that all 3"),
+        std::string::npos);
     RecordSource source;
     source.hasHeader = false;
     source.delimiter = ';';

@@ -351,9 +351,14 @@ TEST(JournalTest, JournalComesBackAsItWasAndBelongsToOneProcess) {
     support::TempDir folder;
     const io::filesystem::SaveFileImpl saver;
     const std::string path = folder.file("a/b/journal.json");
+    // What a kill leaves of a save: of this journal, and of another one.
+    const std::string unfinished = folder.file("a/b/.journal.json.a1b2c3.tmp");
+    const std::string others = folder.file("a/b/.journal2.json.a1b2c3.tmp");
     {
         const JournalFile file(path, saver);
         EXPECT_FALSE(file.load());
+        support::writeFile(unfinished, "");
+        support::writeFile(others, "");
         EXPECT_THROW(JournalFile second(path, saver), Failure);
         Journal journal;
         journal.fingerprint = "12";
@@ -367,7 +372,9 @@ TEST(JournalTest, JournalComesBackAsItWasAndBelongsToOneProcess) {
         EXPECT_EQ(loaded.open->before.at(0).className, "caf\xc3\xa9 \"x\"");
         EXPECT_EQ(loaded.open->before.at(0).totalCount, 4294967295u);
     }
+    EXPECT_TRUE(std::filesystem::exists(unfinished));
     const JournalFile file(path, saver);
+    EXPECT_TRUE(std::filesystem::remove(others));
     for (const char* content : {"", "{", "[]", "{\"version\": 1}", "{\"version\": 2}"}) {
         support::writeFile(path, content);
         EXPECT_THROW(file.load(), Failure) << content;

@@ -17,7 +17,7 @@ struct Answering final : Exchange {
 
 TEST(LoadTest, ExactlyTheRequestsAskedForAreSentHoweverManyClientsShareThem) {
     std::atomic<int> asked = 0;
-    const LoadResult result = runLoad({.requests = {"a"}, .clients = 8, .count = 1000}, [&] {
+    const LoadResult result = runLoad({.requests = {{"a"}}, .clients = 8, .count = 1000}, [&] {
         return std::make_unique<Answering>([&asked]() -> std::string {
             const int number = ++asked;
             if (number % 10 == 0) {

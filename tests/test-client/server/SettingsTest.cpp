@@ -46,7 +46,7 @@ TEST(SettingsTest, TheCommandLineGoesFirstThenTheEnvironmentThenTheFile) {
 
     std::filesystem::create_directories(folder.file(".config/morvane"));
     support::writeFile(folder.file(".config/morvane/config"),
-                       "# mine\n\n  server =  file:1  # the old one\r\ntimeout=0.0001\n");
+                       "\xef\xbb\xbf# mine\n\n  server =  file:1  # the old one\r\ntimeout=0.0001\n");
     EXPECT_EQ(read({}), "file:1 1") << "A tiny time must not become none, which means for ever";
     variables["XDG_CONFIG_HOME"] = "relative/path";
     EXPECT_EQ(read({}), "file:1 1");
@@ -62,7 +62,7 @@ TEST(SettingsTest, TheCommandLineGoesFirstThenTheEnvironmentThenTheFile) {
     for (const char* line : {"serve = a", "server", "server =", "timeout = soon", "timeout = 1s"}) {
         support::writeFile(folder.file("morvane/config"), std::string("timeout = 5\n") + line + "\n");
         const Failure failure = clientFailureOf([&] { read({}); });
-        EXPECT_EQ(failure.code, ExitCode::LOCAL_FILE) << line;
+        EXPECT_EQ(failure.code, ExitCode::USAGE) << line;
         EXPECT_THAT(failure.message, HasSubstr("morvane/config:2"));
     }
     for (const double seconds : {-1.0, 1e7, std::nan("")}) {

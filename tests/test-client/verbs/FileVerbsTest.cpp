@@ -118,6 +118,8 @@ TEST_F(FileVerbsTest, LeaveAsItIsWhatTheyMayNotReplace) {
         {"load @/one.dat -o @/new.dat", 4},
         {"merge @/one.dat @/two.dat -o @/missing/new.dat", 4},
         {"merge @/one.dat -o @/new.dat", 2},
+        {"merge @/one.dat - -o @/new.dat", 2},
+        {"load @/one.dat -o -", 2},
         {"dump @/damaged.dat", 5},
         {"info @/damaged.dat", 5},
         {"info @/", 4},
