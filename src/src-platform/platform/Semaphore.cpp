@@ -17,25 +17,34 @@ Semaphore::Semaphore(std::uint64_t initialCount)
 
 void Semaphore::wait() {
     std::unique_lock guard(_mutex);
+    ++_waiting;
     _released.wait(guard, [this] { return _count != 0; });
+    --_waiting;
     --_count;
 }
 
 bool Semaphore::waitFor(std::chrono::milliseconds time) {
     std::unique_lock guard(_mutex);
+    ++_waiting;
     const bool taken = _released.wait_for(guard, time, [this] { return _count != 0; });
+    --_waiting;
     _count -= taken ? 1 : 0;
     return taken;
 }
 
 void Semaphore::release(std::uint64_t units) {
     const auto added = static_cast<std::uint64_t>(util::Converter::toSigned32(units));
-    const std::lock_guard guard(_mutex);
-    if (added > maximum - _count) {
-        return;
+    {
+        const std::lock_guard guard(_mutex);
+        if (added > maximum - _count) {
+            return;
+        }
+        _count += added;
+        if (_waiting == 0) {
+            return;
+        }
     }
-    _count += added;
-    // Under the lock, since whoever gets the unit may take it as leave to destroy the semaphore.
+    // Not under the lock, or whoever wakes up would have to wait for it at once.
     if (added == 1) {
         _released.notify_one();
     } else {

@@ -7,7 +7,8 @@
 
 namespace platform {
 
-// A counting semaphore of at most 2147483647 units, for the threads of this process.
+// A counting semaphore of at most 2147483647 units, for the threads of this process. It may be destroyed when
+// the last release has returned; that somebody got the unit is not enough.
 class Semaphore {
 public:
     // Throws util::ConverterException for a count above the maximum.
@@ -29,7 +30,8 @@ public:
 private:
     std::mutex _mutex;
     std::condition_variable _released;
-    std::uint64_t _count;  // guarded by _mutex
+    std::uint64_t _count;        // guarded by _mutex
+    std::uint64_t _waiting = 0;  // guarded by _mutex; threads in wait and waitFor
 };
 
 }  // namespace platform

@@ -110,19 +110,33 @@ void ThreadServerBase::acceptClient() {
     ++_connectionCounter;
     std::unique_ptr<Connection> client = createClient(_threadFactory, _connectionCounter);
 
-    platform::mutex::AutoLock lock(_clients);
-    lock.lock();
-    const ClientTable::iterator entry = _clients.insert({stream.get(), client.get()});
+    const ClientTable::iterator entry = enter({stream.get(), client.get()});
     client->attach(std::move(stream), _deletableClients, _boundedBuffer, entry);
     try {
+        // Not under the table's lock, which the thread that reaps would wait for meanwhile.
         client->start();
     } catch (...) {
-        _clients.erase(entry);
+        leave(entry);
         throw;
     }
     // From here on the client belongs to the table.
     (void)client.release();
     giveBackPlace.dismiss();
+}
+
+ClientTable::iterator ThreadServerBase::enter(const ClientTable::value_type& client) {
+    platform::mutex::AutoLock lock(_clients);
+    lock.lock();
+    return _clients.insert(client);
+}
+
+void ThreadServerBase::leave(ClientTable::iterator entry) {
+    platform::mutex::AutoLock lock(_clients);
+    lock.lock();
+    const std::size_t clientSize = _clients.size();
+    _clients.erase(entry);
+    CHECK(clientSize - 1 == _clients.size());
+    _reaped.notify_all();
 }
 
 void ThreadServerBase::takePlace() {
@@ -208,28 +222,29 @@ void ThreadServerBase::_delete_clients() {
 
 // Waits for a client that has finished and reaps it. False for the mark that stop has set.
 bool ThreadServerBase::reapClient() {
-    _boundedBuffer.lockConsumer();
-    const bool taken = true;
-    util::MethodCaller1 unlockBuffer(_boundedBuffer, &platform::mutex::BoundedBufferLockImpl::unlockConsumer,
-                                     taken);
-    platform::mutex::AutoLock lock(_clients);
-    lock.lock();
-    CHECK(_deletableClients.size() != 0);
-    const ClientTable::iterator entry = _deletableClients.back();
-    _deletableClients.pop_back();
+    const ClientTable::iterator entry = takeFinished();
     if (entry == _clients.end()) {
         CHECK(_stop);
         return false;
     }
-    // Both locks are held, but a client that is in the buffer takes none any more.
-    entry->second->join();
-    delete entry->second;
-    const std::size_t clientSize = _clients.size();
-    _clients.erase(entry);
-    CHECK(clientSize - 1 == _clients.size());
-    _reaped.notify_all();
+    // No lock is held meanwhile: a client that ends must not wait for the end of the one before.
+    std::unique_ptr<Connection> client(entry->second);
+    client->join();
+    leave(entry);
+    client.reset();
     _freePlaces.release(1);
     return true;
+}
+
+ClientTable::iterator ThreadServerBase::takeFinished() {
+    _boundedBuffer.lockConsumer();
+    const bool taken = true;
+    util::MethodCaller1 unlockBuffer(_boundedBuffer, &platform::mutex::BoundedBufferLockImpl::unlockConsumer,
+                                     taken);
+    CHECK(_deletableClients.size() != 0);
+    const ClientTable::iterator entry = _deletableClients.back();
+    _deletableClients.pop_back();
+    return entry;
 }
 
 void ThreadServerBase::stop() {

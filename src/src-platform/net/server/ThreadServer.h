@@ -48,9 +48,8 @@ inline constexpr std::chrono::milliseconds LEAVE_PATIENCE{500};
 
 // All of a ThreadServer that does not depend on the kind of its clients.
 //
-// Built, started, stopped, joined and destroyed by one thread; a server is not restarted. Locks are taken in
-// the order: the buffer, then the client table. A client takes the buffer alone, the accepting thread the
-// table alone.
+// Built, started, stopped, joined and destroyed by one thread; a server is not restarted. No thread holds the
+// lock of the buffer and that of the client table at once.
 class ThreadServerBase : public platform::thread::Runnable {
 public:
     ThreadServerBase(const ThreadServerBase&) = delete;
@@ -86,6 +85,8 @@ private:
     void testPort() const;
     void _create_clients();
     void acceptClient();
+    ClientTable::iterator enter(const ClientTable::value_type& client);
+    void leave(ClientTable::iterator entry);
     void takePlace();
     bool isBesieged();
     bool isBearable(const net::socket::Silence& silence, bool besieged) const;
@@ -93,6 +94,7 @@ private:
     std::size_t letSilentClientsGiveWay();
     void _delete_clients();
     bool reapClient();
+    ClientTable::iterator takeFinished();
     void stopClients();
     void shutdown(net::socket::SocketStream& stream, net::socket::SocketStream::End end);
     void log(const char* text);

@@ -1,9 +1,11 @@
 #include "platform/thread/ThreadImpl.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 
 #include "debug/Assertion.h"
+#include "platform/memory/StackPool.h"
 #include "platform/thread/ThreadId.h"
 #include "util/Converter.h"
 #include "util/FixedStream.h"
@@ -13,11 +15,20 @@ namespace platform::thread {
 
 namespace {
 
-int createThread(pthread_t& thread, void* (*function)(void*), void* argument) {
+constexpr std::size_t KEPT_STACKS = 16;
+
+memory::StackPool& stacks() {
+    // Never destroyed: a process that ends in exit() may have threads at work.
+    static auto& pool = *new memory::StackPool(ThreadImpl::stackSizeInBytes, KEPT_STACKS);
+    return pool;
+}
+
+int createThread(void* stack, void* (*function)(void*), void* argument) {
+    pthread_t thread;
     pthread_attr_t attributes;
     int error = pthread_attr_init(&attributes);
     if (error == 0) {
-        error = pthread_attr_setstacksize(&attributes, ThreadImpl::stackSizeInBytes);
+        error = pthread_attr_setstack(&attributes, stack, ThreadImpl::stackSizeInBytes);
         if (error == 0) {
             error = pthread_create(&thread, &attributes, function, argument);
         }
@@ -35,10 +46,16 @@ ThreadImpl::~ThreadImpl() { CHECK(_state == CREATED || _state == DELETED); }
 void ThreadImpl::start() {
     CHECK(_state == CREATED);
     CHECK(_thread == 0);
-    const std::lock_guard guard(_mutex);
-    const int error = createThread(_thread, &ThreadImpl::threadFunction, this);
+    // Nothing is touched once the thread is there: whoever it hands itself to may join it, and delete this
+    // object, before this returns.
+    _state = STARTED;
+    void* const stack = _stack = stacks().take();
+    const int error = stack == nullptr ? EAGAIN : createThread(stack, &ThreadImpl::threadFunction, this);
     if (error != 0) {
-        _thread = 0;
+        if (stack != nullptr) {
+            stacks().give(stack);
+        }
+        _state = CREATED;
         char buffer[256];
         util::FixedStream<4096> message;
         message << "Error creating thread using '_beginthreadex'. errno: " << error << ". doserrno: " << error
@@ -46,7 +63,6 @@ void ThreadImpl::start() {
         message.appendSystemError(static_cast<std::uint32_t>(error));
         throw ThreadException(message.str());
     }
-    _state = STARTED;
 }
 
 bool ThreadImpl::join(std::uint64_t milliseconds) {
@@ -68,6 +84,7 @@ void ThreadImpl::join() {
     if (_state != STARTED) {
         return;
     }
+    _thread.wait(0);
     const int error = pthread_join(_thread, nullptr);
     if (error != 0) {
         util::FixedStream<4096> message;
@@ -75,6 +92,7 @@ void ThreadImpl::join() {
         message.appendSystemError(static_cast<std::uint32_t>(error));
         throw ThreadException(message.str());
     }
+    stacks().give(_stack);
     _state = DELETED;
 }
 
@@ -94,9 +112,8 @@ void* ThreadImpl::threadFunction(void* argument) {
     CHECK(argument);
     auto& self = *static_cast<ThreadImpl*>(argument);
     self._id = currentThreadId();
-    // Waits for start to have written its fields: this thread may be joined by whoever it hands itself to,
-    // long before start has returned.
-    { const std::lock_guard guard(self._mutex); }
+    self._thread = pthread_self();
+    self._thread.notify_all();
     {
         const windows::seh::ScopedSignalStack signalStack;
         self.runOnThread();

@@ -50,11 +50,13 @@ private:
 
     static void* threadFunction(void* argument);
 
-    pthread_t _thread{};
-    std::atomic<std::uint32_t> _id = 0;  // stored by the new thread before anything else; 0 until then
+    // Stored by the new thread before anything else; 0 until then.
+    std::atomic<std::uint32_t> _id = 0;
+    std::atomic<pthread_t> _thread = 0;
     State _state = CREATED;
+    void* _stack = nullptr;  // of the pool, from the start to the join
 
-    std::mutex _mutex;  // held by start while it writes, so that the new thread finds its object complete
+    std::mutex _mutex;
     std::condition_variable _endComes;
     bool _isAtItsEnd = false;  // guarded by _mutex
 };

@@ -1,8 +1,8 @@
 #include "windows/seh/ScopedSignalStack.h"
 
-#include <sys/mman.h>
-
 #include <cstddef>
+
+#include "platform/memory/StackPool.h"
 
 namespace windows::seh {
 
@@ -10,30 +10,33 @@ namespace {
 
 // The unwinder and the reader of debug data need more than the 8 KiB that are usual for a handler.
 constexpr std::size_t STACK_SIZE = std::size_t{128} * 1024;
-constexpr std::size_t GUARD_SIZE = 4096;
+constexpr std::size_t KEPT_STACKS = 16;
+
+platform::memory::StackPool& stacks() {
+    // Never destroyed: a process that ends in exit() may have threads at work.
+    static auto& pool = *new platform::memory::StackPool(STACK_SIZE, KEPT_STACKS);
+    return pool;
+}
 
 }  // namespace
 
-ScopedSignalStack::ScopedSignalStack() noexcept {
-    void* memory = mmap(nullptr, GUARD_SIZE + STACK_SIZE, PROT_READ | PROT_WRITE,
-                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
-    if (memory == MAP_FAILED) {
+ScopedSignalStack::ScopedSignalStack() noexcept : _memory(stacks().take()) {
+    if (_memory == nullptr) {
         return;
     }
     stack_t stack{};
-    stack.ss_sp = static_cast<char*>(memory) + GUARD_SIZE;
+    stack.ss_sp = _memory;
     stack.ss_size = STACK_SIZE;
-    if (mprotect(memory, GUARD_SIZE, PROT_NONE) != 0 || sigaltstack(&stack, &_previous) != 0) {
-        munmap(memory, GUARD_SIZE + STACK_SIZE);
-        return;
+    if (sigaltstack(&stack, &_previous) != 0) {
+        stacks().give(_memory);
+        _memory = nullptr;
     }
-    _memory = memory;
 }
 
 ScopedSignalStack::~ScopedSignalStack() {
     if (_memory != nullptr) {
         sigaltstack(&_previous, nullptr);
-        munmap(_memory, GUARD_SIZE + STACK_SIZE);
+        stacks().give(_memory);
     }
 }
 

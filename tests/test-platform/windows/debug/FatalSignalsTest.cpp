@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "platform/thread/LoggingThreadFactoryImpl.h"
+#include "platform/thread/ThreadImpl.h"
 #include "support/Failure.h"
 #include "support/TempDir.h"
 #include "windows/debug/DumpFolder.h"
@@ -50,10 +51,14 @@ namespace windows::debug {
 }
 
 [[gnu::noinline]] void overflowsInAThread() {
-    std::thread([] {
-        const windows::seh::ScopedSignalStack stack;
-        usesUpItsStack(1 << 30);
-    }).join();
+    class Worker final : public platform::thread::Runnable {
+    public:
+        void run() override { usesUpItsStack(1 << 30); }
+    };
+    Worker worker;
+    platform::thread::ThreadImpl thread(worker);
+    thread.start();
+    thread.join();
 }
 
 [[gnu::noinline]] void readsThroughNullInANamedThread() {
