@@ -72,7 +72,7 @@ bool ThreadImpl::join(std::uint64_t milliseconds) {
     const std::chrono::milliseconds limit(util::Converter::toUnsigned32(milliseconds));
     {
         std::unique_lock guard(_mutex);
-        if (!_endComes.wait_for(guard, limit, [this] { return _isAtItsEnd; })) {
+        if (!_changed.wait_for(guard, limit, [this] { return _isAtItsEnd; })) {
             return false;
         }
     }
@@ -84,7 +84,10 @@ void ThreadImpl::join() {
     if (_state != STARTED) {
         return;
     }
-    _thread.wait(0);
+    {
+        std::unique_lock guard(_mutex);
+        _changed.wait(guard, [this] { return _thread != 0; });
+    }
     const int error = pthread_join(_thread, nullptr);
     if (error != 0) {
         util::FixedStream<4096> message;
@@ -112,15 +115,18 @@ void* ThreadImpl::threadFunction(void* argument) {
     CHECK(argument);
     auto& self = *static_cast<ThreadImpl*>(argument);
     self._id = currentThreadId();
-    self._thread = pthread_self();
-    self._thread.notify_all();
+    {
+        const std::lock_guard guard(self._mutex);
+        self._thread = pthread_self();
+        self._changed.notify_all();
+    }
     {
         const windows::seh::ScopedSignalStack signalStack;
         self.runOnThread();
     }
     const std::lock_guard guard(self._mutex);
     self._isAtItsEnd = true;
-    self._endComes.notify_all();
+    self._changed.notify_all();
     return nullptr;
 }
 

@@ -50,15 +50,14 @@ private:
 
     static void* threadFunction(void* argument);
 
-    // Stored by the new thread before anything else; 0 until then.
-    std::atomic<std::uint32_t> _id = 0;
-    std::atomic<pthread_t> _thread = 0;
+    std::atomic<std::uint32_t> _id = 0;  // stored by the new thread before anything else; 0 until then
     State _state = CREATED;
     void* _stack = nullptr;  // of the pool, from the start to the join
 
-    std::mutex _mutex;
-    std::condition_variable _endComes;
-    bool _isAtItsEnd = false;  // guarded by _mutex
+    std::mutex _mutex;  // guards the rest
+    std::condition_variable _changed;
+    pthread_t _thread{};  // stored by the new thread, since start may return later than the thread ends
+    bool _isAtItsEnd = false;
 };
 
 }  // namespace platform::thread
