@@ -20,13 +20,10 @@ namespace {
 
 using support::failureOf;
 
-struct ServerSocketTest : testing::Test {
-    windows::net::winsock::WinsockErrors mapper;
-    SocketStreamFactoryImpl streams{mapper};
-    ServerSocketFactoryImpl sockets{mapper, streams};
-};
-
-TEST_F(ServerSocketTest, PortIsFreeAgainAtOnceButNeverSharedWithAListener) {
+TEST(ServerSocketTest, PortIsFreeAgainAtOnceButNeverSharedWithAListener) {
+    const windows::net::winsock::WinsockErrors mapper;
+    const SocketStreamFactoryImpl streams(mapper);
+    const ServerSocketFactoryImpl sockets(mapper, streams);
     std::uint16_t port = 0;
     {
         const std::unique_ptr<ServerSocket> listener = sockets.create(0, 5);
@@ -35,9 +32,8 @@ TEST_F(ServerSocketTest, PortIsFreeAgainAtOnceButNeverSharedWithAListener) {
         // The side that closes first is the one that keeps the port in TIME_WAIT.
         listener->accept().reset();
         client.receiveAll();
-        const std::string message = failureOf<InitException>([&] { sockets.create(port, 5); });
-        EXPECT_EQ(message.find("Could not bind the socket. Failed using the bind system call. Detailed"), 0u);
-        EXPECT_NE(message.find("Error code: 98."), std::string::npos) << message;
+        EXPECT_NE(failureOf<InitException>([&] { sockets.create(port, 5); }).find("Error code: 98."),
+                  std::string::npos);
     }
     EXPECT_EQ(sockets.create(port, 2147483647)->port(), port);
 }

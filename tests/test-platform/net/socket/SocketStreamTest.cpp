@@ -46,16 +46,10 @@ TEST(SocketStreamTest, EndOfThePeerIsAZeroAndAResetIsAFailure) {
 
     Pair rude;
     rude.client.reset();
-    const std::string message = failureOf<ReadException>([&] { rude.stream->read(&byte, 1); });
-    EXPECT_EQ(message.rfind("Error reading data from the socket. Failed using the 'recv' system call. "
-                            "Detailed information\nSocket fd: ",
-                            0),
-              0u);
-    EXPECT_TRUE(holds(message, "\nSystem error message: Connection reset by peer. Error code: 104."));
+    EXPECT_TRUE(holds(failureOf<ReadException>([&] { rude.stream->read(&byte, 1); }),
+                      "System error message: Connection reset by peer. Error code: 104."));
     // Its answer goes nowhere; that must neither raise a signal nor count as a failed shutdown.
-    EXPECT_TRUE(
-        holds(failureOf<WriteException>([&] { rude.stream->write("answer", 6); }),
-              "Could not write data on the socket. Failed using the send system call. Detailed information"));
+    EXPECT_THROW(rude.stream->write("answer", 6), WriteException);
     EXPECT_NO_THROW(rude.stream->shutdown(SocketStream::SEND));
 }
 
@@ -123,13 +117,10 @@ TEST(SocketStreamTest, ReadExactAndReadUntilTakePiecesAndMissNoEnd) {
     EXPECT_EQ(std::string(buffer, 6), "abcdef");
     EXPECT_EQ(pair.stream->readUntil(buffer, 5, "\r\n"), 4u);
     EXPECT_EQ(std::string(buffer, 5), std::string("ab\r\n\0", 5));
-    EXPECT_TRUE(holds(failureOf<ReadException>([&] { pair.stream->readUntil(buffer, 5, "|"); }),
-                      "Buffer about to overflow. Detailed"));
+    EXPECT_THROW(pair.stream->readUntil(buffer, 5, "|"), ReadException) << "the buffer is full";
     EXPECT_EQ(pair.stream->readUntil(buffer, 2, "|"), 1u);
-    EXPECT_TRUE(holds(failureOf<UnexpectedEofException>([&] { pair.stream->readExact(buffer, 3); }),
-                      "Unexpected end of file reached when read data from socket. Detailed information\n"));
-    EXPECT_TRUE(holds(failureOf<ReadException>([&] { pair.stream->readUntil(buffer, 3, "|"); }),
-                      "Error reading from socket. Could not find the match string in the stream.  Detailed"));
+    EXPECT_THROW(pair.stream->readExact(buffer, 3), UnexpectedEofException);
+    EXPECT_THROW(pair.stream->readUntil(buffer, 3, "|"), ReadException) << "the stream has ended";
 }
 
 TEST(SocketStreamTest, ClosedStreamLeavesItsNumberToTheNextOwner) {
@@ -145,47 +136,29 @@ TEST(SocketStreamTest, ClosedStreamLeavesItsNumberToTheNextOwner) {
     EXPECT_NE(fcntl(next.get(), F_GETFD), -1);
 }
 
-TEST(ClientSocketTest, KnowsThisMachineWithoutAskingAnybody) {
+TEST(ClientSocketTest, KnowsThisMachineWithoutAskingAnybodyAndSaysWhatItTried) {
     const windows::net::winsock::WinsockErrors mapper;
     const SocketStreamFactoryImpl streams(mapper);
-    ServerSocketImpl listener(mapper, streams, 0, 5);
-    for (const char* name : {"localhost", "LocalHost"}) {
+    std::uint16_t port = 0;
+    {
+        ServerSocketImpl listener(mapper, streams, 0, 5);
+        port = listener.port();
         ClientSocketImpl client(mapper, streams);
         // One descriptor for the socket, and none for a hosts file or a name server.
         const int spare = fcntl(0, F_DUPFD_CLOEXEC, 0);
         const support::NoDescriptorsLeft none;
         close(spare);
-        const SocketStream& stream = client.connect(name, listener.port());
-        EXPECT_EQ(stream.getRemoteAddress() + stream.getLocalAddress(), "127.0.0.1127.0.0.1");
+        EXPECT_EQ(client.connect("LocalHost", port).getRemoteAddress(), "127.0.0.1");
     }
-}
-
-TEST(ClientSocketTest, SaysWhatItTriedAndKeepsNoDescriptor) {
-    const windows::net::winsock::WinsockErrors mapper;
-    const SocketStreamFactoryImpl streams(mapper);
-    const std::size_t before = support::openDescriptors();
     // Nobody listens there any more.
-    const std::uint16_t port = ServerSocketImpl(mapper, streams, 0, 5).port();
+    const std::size_t before = support::openDescriptors();
     const auto failure = [&](const char* host) {
         return failureOf<ConnectException>([&] { ClientSocketImpl(mapper, streams).connect(host, port); });
     };
-    const std::string number = std::to_string(port);
-    EXPECT_EQ(failure("127.0.0.1")
-                  .rfind("Error connecting socket.\nFailed using the 'connect' system call.\n"
-                         "Trying to connect to 127.0.0.1:" +
-                             number + ".\nDetailed information:\nHost: 127.0.0.1\nPort: " + number +
-                             "\nSocketStream: ",
-                         0),
-              0u);
-    EXPECT_TRUE(holds(failure("127.0.0.1"), "\nSystem error message: Connection refused. Error code: 111."));
+    EXPECT_TRUE(holds(failure("127.0.0.1"), "Trying to connect to 127.0.0.1:" + std::to_string(port) + "."));
+    EXPECT_TRUE(holds(failure("127.0.0.1"), "Connection refused. Error code: 111."));
     // An empty label is refused by the resolver itself; no name server is asked.
-    EXPECT_EQ(failure("..").rfind(
-                  "Error converting hostname .. to an IP address.\n"
-                  "Failed using the 'gethostbyname' system call.\nDetailed information:\nHost: ..\n",
-                  0),
-              0u);
-    EXPECT_TRUE(holds(failure(".."),
-                      "System error message: Host not found. No machine has that name. Error code: 11001."));
+    EXPECT_TRUE(holds(failure(".."), "Host not found. No machine has that name. Error code: 11001."));
     EXPECT_EQ(support::openDescriptors(), before);
 }
 

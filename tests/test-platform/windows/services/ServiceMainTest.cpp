@@ -5,7 +5,6 @@
 #include <functional>
 #include <memory>
 
-#include "support/Failure.h"
 #include "support/NotifyReceiver.h"
 #include "windows/services/ServiceDispatcher.h"
 
@@ -25,18 +24,11 @@ public:
 TEST(ServiceMainTest, FailsInAProcessThatTheManagerDidNotStartOrThatHasLostIt) {
     TestService service;
     service.body = [](TestService&) { ADD_FAILURE(); };
-    const std::string frame =
-        "Could not start service dispatcher using 'StartServiceCtrlDispatcher'. System error";
-    const auto complaint = [&] {
-        return support::failureOf([&] { ServiceDispatcherImpl().dispatch(service); });
-    };
-    EXPECT_EQ(complaint().rfind(frame, 0), 0u);
-    for (const std::string address : {"", "relative", "/no/such/socket", "@nobody-listens-here"}) {
+    for (const std::string& address : {std::string(), std::string("relative"),
+                                       std::string("@nobody-listens-here"), std::string(200, '/')}) {
         ::setenv("NOTIFY_SOCKET", address.c_str(), 1);
-        EXPECT_EQ(complaint().rfind(frame, 0), 0u) << address;
+        EXPECT_THROW(ServiceDispatcherImpl().dispatch(service), ServiceDispatcherException) << address;
     }
-    ::setenv("NOTIFY_SOCKET", ("/" + std::string(200, 'x')).c_str(), 1);
-    EXPECT_NE(complaint().find("File name too long"), std::string::npos);
 
     auto manager = std::make_unique<support::NotifyReceiver>(true);  // an abstract address
     service.body = [&](TestService& self) {

