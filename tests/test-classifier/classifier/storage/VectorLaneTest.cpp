@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <typeinfo>
-
-#include "classifier/storage/LaneFactory.h"
-
 namespace halvern::classifier::storage {
 
 TEST(VectorLaneTest, ChangesWaitForCompactionAndKeepTheirPlaces) {
@@ -48,52 +44,6 @@ TEST(VectorLaneTest, WhatCameAndWentBeforeAClassIsRemovedLeavesNothingBehind) {
     EXPECT_TRUE(lane.add("xyz", 0, 2));
     lane.compact();
     EXPECT_EQ(lane.totalCount(), 8u);
-}
-
-TEST(VectorLaneTest, LanesKnowTheirLength) {
-    const VectorLaneFactory factory;
-    for (const auto& [length, stride] : {std::pair(0, 7), {1, 7}, {8, 14}, {31, 37}}) {
-        const auto lane = factory.create(length);
-        EXPECT_EQ(lane->begin().record, nullptr);
-        EXPECT_EQ(lane->end().record, nullptr);
-        EXPECT_EQ(lane->end().stride, stride);
-        EXPECT_EQ(lane->end().featureSize, length);
-    }
-    EXPECT_EQ(factory.create(32), nullptr);
-    EXPECT_THROW(factory.clone(3, *factory.create(4)), std::bad_cast);
-}
-
-TEST(VectorLaneTest, LanesAreEqualThatHoldTheSame) {
-    const VectorLaneFactory factory;
-    const auto lane = factory.create(2);
-    lane->add("hi", 1, 3);
-    lane->add("hi", 0, 2);
-    lane->add("ho", 0, 1);
-    lane->compact();
-    EXPECT_EQ(lane->totalCount(), 6u);
-    EXPECT_EQ(lane->uniqueFeatures(), 2u);
-    const auto other = factory.clone(2, *lane);
-    EXPECT_TRUE(*lane == *other);
-    other->add("hi", 1, 1);
-    EXPECT_FALSE(*lane == *other) << "the changed record stands in front of the shared one";
-    std::uint32_t removed = 0;
-    other->sub("hi", 1, 1, removed);
-    EXPECT_TRUE(*lane == *other);
-    other->sub("hi", 1, 9, removed);
-    EXPECT_FALSE(*lane == *other);
-    other->clear();
-    EXPECT_FALSE(*lane == *other);
-    EXPECT_FALSE(*lane == *factory.create(3));
-}
-
-TEST(VectorLaneTest, HashTakesBytesAsSignedAndNothingButTheKey) {
-    // By hand: FF is -1, then 01, then the class folded into the fold of these.
-    EXPECT_EQ(FeatureRecord<2>("\xff\x01", 3, 8).hash(), 0xa4c87f4e307u);
-    FeatureRecord<0> filled("", 4, 1);
-    filled.feature[0] = 'x';
-    const FeatureRecord<0> plain("", 4, 2);
-    EXPECT_TRUE(filled == plain && !(filled < plain) && !(plain < filled));
-    EXPECT_EQ(filled.hash(), plain.hash());
 }
 
 }  // namespace halvern::classifier::storage
