@@ -23,6 +23,8 @@ TEST(CommandLineTest, TheFirstModeFlagDecidesAndOnlyItsFlagsAreAllowed) {
         {"-config", Mode::SERVE, "Not enough arguments for the flag -config. 1 is required."},
         {"-config a b", Mode::SERVE,
          "Too many arguments for the flag -config. No more than 1 arguments allowed"},
+        {"c.xml -config", Mode::SERVE, "The argument line should start with a flag"},
+        {"-quiet -quiet -config c.xml", Mode::SERVE, "The flag -quiet was used more than once."},
         {"-install -config c.xml -quiet", Mode::INSTALL, "no failure"},
         {"-uninstall", Mode::UNINSTALL, "no failure"},
         {"-start -config c.xml", Mode::START, "The flag -config is not allowed"},

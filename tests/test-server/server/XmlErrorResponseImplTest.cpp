@@ -21,8 +21,6 @@ TEST(XmlErrorResponseImplTest, RendersCodeAndCleanedMessage) {
         // The client's own line goes, up to the system's words.
         {4000, "Line: 3\nError line: <a>\n\n\nSystem error message: Success. Error code: 0.",
          "statusCode=\"4000\">Line: 3\nSystem error message: Success. Error code: 0."},
-        {4000, "Error line 1 System error Error line 2 System error",
-         "statusCode=\"4000\">System error Error line 2 System error"},
         {4000, "System error first, Error line: kept",
          "statusCode=\"4000\">System error first, Error line: kept"},
     };
