@@ -1,10 +1,13 @@
 #pragma once
 
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "classifier/Classifier.h"
 
 namespace bench {
 
@@ -22,6 +25,23 @@ inline Samples readSamples(const std::filesystem::path& path) {
         }
     }
     return samples;
+}
+
+inline void learn(halvern::classifier::Classifier& classifier, const Samples& samples) {
+    for (const auto& [label, text] : samples) {
+        if (!classifier.classExists(label)) {
+            classifier.addClass(label);
+        }
+        classifier.train(label, text);
+    }
+    classifier.compact();
+}
+
+// Of this thread. Other work on the machine takes time from the wall clock, but little from this one.
+inline double cpuSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
 }  // namespace bench

@@ -8,11 +8,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "bench/Samples.h"
@@ -22,25 +19,9 @@ using namespace halvern::classifier;
 
 namespace {
 
+using bench::cpuSeconds;
 using bench::readSamples;
 using bench::Samples;
-
-void learn(Classifier& classifier, const Samples& samples) {
-    for (const auto& [label, text] : samples) {
-        if (!classifier.classExists(label)) {
-            classifier.addClass(label);
-        }
-        classifier.train(label, text);
-    }
-    classifier.compact();
-}
-
-// Other work on the machine takes time from the wall clock, but little from this one.
-double cpuSeconds() {
-    timespec now{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
 
 // Texts a second, as the median of passes over all texts.
 double textsPerSecond(const Classifier& classifier, const Samples& samples) {
@@ -94,7 +75,7 @@ void measure(const std::filesystem::path& folder) {
         return;
     }
     ClassifierImpl classifier(nullptr, 0.05);
-    learn(classifier, train);
+    bench::learn(classifier, train);
     const Answers answers = answersOf(classifier, test);
     std::printf("%-12s %7zu %12.0f %9.2f%%  %.12g\n", name.c_str(), classifier.getInformation().size(),
                 textsPerSecond(classifier, test),

@@ -47,7 +47,7 @@ void Base64EncoderImpl::encode(const Bytes& bytes, std::string& out) const {
     }
 }
 
-void Base64DecoderImpl::decode(const std::string& text, Bytes& out) const {
+void Base64DecoderImpl::decode(std::string_view text, Bytes& out) const {
     if (text.empty()) {
         return;
     }

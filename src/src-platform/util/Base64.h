@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "util/Bytes.h"
 
@@ -24,7 +25,7 @@ public:
     // Replaces out by the decoded bytes; an empty text leaves out as it was. A zero byte in front of a group
     // of four characters ends the text; in an unfinished last group, only whole bytes count. Throws
     // ConverterException for a text longer than 2147483647.
-    virtual void decode(const std::string& text, Bytes& out) const = 0;
+    virtual void decode(std::string_view text, Bytes& out) const = 0;
 };
 
 class Base64EncoderImpl final : public Base64Encoder {
@@ -34,7 +35,7 @@ public:
 
 class Base64DecoderImpl final : public Base64Decoder {
 public:
-    void decode(const std::string& text, Bytes& out) const override;
+    void decode(std::string_view text, Bytes& out) const override;
 };
 
 }  // namespace util

@@ -11,22 +11,21 @@
 #include "server/CallException.h"
 #include "server/ClassifierPath.h"
 #include "server/ClassifierTransaction.h"
+#include "server/DocumentRequest.h"
 #include "server/ElementNames.h"
 #include "server/ErrorResponse.h"
 #include "server/InternalCallException.h"
 #include "server/Log.h"
+#include "server/PlainRequest.h"
 #include "server/ReadAccess.h"
-#include "server/RequestTexts.h"
+#include "server/Request.h"
 #include "server/Response.h"
 #include "server/StatusCode.h"
 #include "server/XmlHook.h"
 #include "util/FixedStream.h"
 #include "util/Numbers.h"
-#include "windows/com/xml/NodeList.h"
+#include "windows/com/xml/SchemaCache.h"
 #include "windows/com/xml/XMLException.h"
-
-using windows::com::xml::Element;
-using windows::com::xml::NodeList;
 
 namespace halvern::morvane {
 
@@ -60,13 +59,12 @@ XmlClassifier::XmlClassifier(JobDistribution& jobDistribution, const ResponseFac
     : _jobDistribution(jobDistribution),
       _responseFactory(responseFactory),
       _errorResponseFactory(errorResponseFactory),
-      _document(schemaCache),
+      _schemaCache(schemaCache),
+      _requestNamespace(requestNamespace),
+      _knowsSchema(schemaCache.fingerprint(requestNamespace) == PlainRequest::SCHEMA),
       _xmlHook(xmlHookFactory.create()),
       _log(log),
-      _classifierRoot(classifierRoot(rootPath)) {
-    _document.setSelectionNamespaces(std::string("xmlns:") + elementNames::SELECTION_PREFIX + "='" +
-                                     requestNamespace + "'");
-}
+      _classifierRoot(classifierRoot(rootPath)) {}
 
 XmlClassifier::~XmlClassifier() = default;
 
@@ -117,21 +115,19 @@ std::string& XmlClassifier::handle(std::string& out, const std::string& request)
 std::string& XmlClassifier::run(std::string& out, const std::string& request) {
     _errorResponse = _errorResponseFactory.create();
     _xmlHook->save(request);
-    _document.loadXml(request);
-    _document.validate();
-
-    const Element root = _document.getElement(elementNames::MV_MORVANE);
-    const double version = util::toDouble(root.getAttribute(elementNames::VERSION));
-    _response = _responseFactory.create(version == 1.01 ? ResponseVersion{"1.01", 1.01}
-                                                        : ResponseVersion{"1.00", 1.0});
-    RequestTexts texts(root);
-    const NodeList readCalls = root.selectNodes(elementNames::MV_READ_CALLS);
-    if (readCalls.size() == 1) {
-        runReadCalls(Element(readCalls.getNode(0)), texts);
+    std::unique_ptr<const Request> read;
+    if (_knowsSchema) {
+        read = PlainRequest::read(request, _requestNamespace);
     }
-    const NodeList writeCalls = root.selectNodes(elementNames::MV_WRITE_CALLS);
-    if (writeCalls.size() == 1) {
-        runWriteCalls(Element(writeCalls.getNode(0)), texts, out);
+    if (!read) {
+        read = std::make_unique<DocumentRequest>(request, _schemaCache, _requestNamespace);
+    }
+    _response = _responseFactory.create(read->getVersion());
+    if (const RequestSequence* const readCalls = read->getReadCalls()) {
+        runReadCalls(*readCalls);
+    }
+    if (const RequestSequence* const writeCalls = read->getWriteCalls()) {
+        runWriteCalls(*writeCalls, out);
     } else {
         _response->render(out);
     }
@@ -139,11 +135,8 @@ std::string& XmlClassifier::run(std::string& out, const std::string& request) {
 }
 
 template <class Failure, class RunCall>
-void XmlClassifier::runCalls(const Element& sequence, const char* sequenceName, RunCall runCall) {
-    const NodeList nodes = sequence.selectNodes("*");
-    const std::int32_t count = nodes.size();
-    for (std::int32_t i = 0; i < count; ++i) {
-        const Element call(nodes.getNode(i));
+void XmlClassifier::runCalls(const RequestSequence& sequence, const char* sequenceName, RunCall runCall) {
+    sequence.forEachCall([&](const RequestElement& call) {
         _callId = call.getAttribute(elementNames::ID);
         const std::string method = call.getTagName();
         try {
@@ -166,10 +159,10 @@ void XmlClassifier::runCalls(const Element& sequence, const char* sequenceName, 
             _log.error(text.str());
             throw Failure(method, _callId, exception.what(), statusCode::INTERNAL_ERROR);
         }
-    }
+    });
 }
 
-void XmlClassifier::runReadCalls(const Element& readCalls, RequestTexts& texts) {
+void XmlClassifier::runReadCalls(const RequestSequence& readCalls) {
     static constexpr struct {
         std::string_view method;
         ReadCall run;
@@ -178,10 +171,10 @@ void XmlClassifier::runReadCalls(const Element& readCalls, RequestTexts& texts) 
                  {elementNames::GET_INFORMATION, &XmlClassifier::getInformation}};
 
     runCalls<ReadCallException>(readCalls, elementNames::READ_CALLS,
-                                [&](const std::string& method, const Element& call) {
+                                [&](const std::string& method, const RequestElement& call) {
                                     for (const auto& known : CALLS) {
                                         if (method == known.method) {
-                                            (this->*known.run)(call, texts);
+                                            (this->*known.run)(call);
                                             return true;
                                         }
                                     }
@@ -189,7 +182,7 @@ void XmlClassifier::runReadCalls(const Element& readCalls, RequestTexts& texts) 
                                 });
 }
 
-void XmlClassifier::runWriteCalls(const Element& writeCalls, RequestTexts& texts, std::string& out) {
+void XmlClassifier::runWriteCalls(const RequestSequence& writeCalls, std::string& out) {
     static constexpr struct {
         std::string_view method;
         WriteCall run;
@@ -200,19 +193,19 @@ void XmlClassifier::runWriteCalls(const Element& writeCalls, RequestTexts& texts
                  {elementNames::TRAIN, &XmlClassifier::train},
                  {elementNames::UNTRAIN, &XmlClassifier::untrain}};
 
-    const std::string path = classifierPath(writeCalls);
+    const RequestElement& element = writeCalls.getElement();
+    const std::string path = classifierPath(element);
     std::int64_t maxSize = 0;
-    if (writeCalls.hasAttribute(elementNames::MAX_SIZE)) {
+    if (element.hasAttribute(elementNames::MAX_SIZE)) {
         using Limits = std::numeric_limits<std::int32_t>;
-        maxSize =
-            util::toInteger(writeCalls.getAttribute(elementNames::MAX_SIZE), Limits::min(), Limits::max());
+        maxSize = util::toInteger(element.getAttribute(elementNames::MAX_SIZE), Limits::min(), Limits::max());
     }
     // Whatever leaves this scope before the commit has come back ends the transaction, which takes all back.
     ClassifierTransactionImpl transaction(_jobDistribution, path);
     // A negative limit becomes one that no file reaches.
-    WriteSequence sequence{transaction, static_cast<std::uint64_t>(maxSize), texts};
+    WriteSequence sequence{transaction, static_cast<std::uint64_t>(maxSize)};
     runCalls<WriteCallException>(writeCalls, elementNames::WRITE_CALLS,
-                                 [&](const std::string& method, const Element& call) {
+                                 [&](const std::string& method, const RequestElement& call) {
                                      for (const auto& known : CALLS) {
                                          if (method == known.method) {
                                              (this->*known.run)(call, sequence);
@@ -226,16 +219,16 @@ void XmlClassifier::runWriteCalls(const Element& writeCalls, RequestTexts& texts
     transaction.commit();
 }
 
-void XmlClassifier::classify(const Element& call, RequestTexts& texts) {
-    const util::Bytes text = texts.get(call);
+void XmlClassifier::classify(const RequestElement& call) {
+    const util::Bytes text = call.getText();
     const ReadAccess access(_jobDistribution, classifierPath(call));
     classifier::Classification classification;
     access->classify(view(text), classification);
     _response->classify(_callId, classification);
 }
 
-void XmlClassifier::classifyKeywords(const Element& call, RequestTexts& texts) {
-    const util::Bytes text = texts.get(call);
+void XmlClassifier::classifyKeywords(const RequestElement& call) {
+    const util::Bytes text = call.getText();
     const ReadAccess access(_jobDistribution, classifierPath(call));
     classifier::Keywords keywords(KEYWORD_LIMIT, minKeywordProbability(access->getInformation().size()));
     access->classifyKeywords(view(text), keywords);
@@ -243,27 +236,27 @@ void XmlClassifier::classifyKeywords(const Element& call, RequestTexts& texts) {
     _response->classifyKeywords(_callId, keywords);
 }
 
-void XmlClassifier::getInformation(const Element& call, RequestTexts&) {
+void XmlClassifier::getInformation(const RequestElement& call) {
     const ReadAccess access(_jobDistribution, classifierPath(call));
     _response->getInformation(_callId, access->getInformation());
 }
 
-void XmlClassifier::create(const Element&, WriteSequence& sequence) {
+void XmlClassifier::create(const RequestElement&, WriteSequence& sequence) {
     sequence.transaction.create();
     _response->create(_callId);
 }
 
-void XmlClassifier::remove(const Element&, WriteSequence& sequence) {
+void XmlClassifier::remove(const RequestElement&, WriteSequence& sequence) {
     sequence.transaction.remove();
     _response->remove(_callId);
 }
 
-void XmlClassifier::addClass(const Element& call, WriteSequence& sequence) {
+void XmlClassifier::addClass(const RequestElement& call, WriteSequence& sequence) {
     sequence.transaction.get().addClass(call.getAttribute(elementNames::CLASS_NAME));
     _response->addClass(_callId);
 }
 
-void XmlClassifier::removeClass(const Element& call, WriteSequence& sequence) {
+void XmlClassifier::removeClass(const RequestElement& call, WriteSequence& sequence) {
     classifier::Classifier& classifier = sequence.transaction.get();
     // A compaction costs as much as all that is learned, so a sequence pays for it only where compact lanes
     // are asked for: here, and once at its commit.
@@ -272,9 +265,9 @@ void XmlClassifier::removeClass(const Element& call, WriteSequence& sequence) {
     _response->removeClass(_callId);
 }
 
-void XmlClassifier::train(const Element& call, WriteSequence& sequence) {
+void XmlClassifier::train(const RequestElement& call, WriteSequence& sequence) {
     checkSize(sequence);
-    const util::Bytes text = sequence.texts.get(call);
+    const util::Bytes text = call.getText();
     classifier::Classifier& classifier = sequence.transaction.get();
     // Up to here another sequence may have made the file larger; from here on, the writer lock keeps it as it
     // is.
@@ -283,8 +276,8 @@ void XmlClassifier::train(const Element& call, WriteSequence& sequence) {
     _response->train(_callId);
 }
 
-void XmlClassifier::untrain(const Element& call, WriteSequence& sequence) {
-    const util::Bytes text = sequence.texts.get(call);
+void XmlClassifier::untrain(const RequestElement& call, WriteSequence& sequence) {
+    const util::Bytes text = call.getText();
     sequence.transaction.get().untrain(call.getAttribute(elementNames::CLASS_NAME), view(text));
     _response->untrain(_callId);
 }
@@ -298,7 +291,7 @@ void XmlClassifier::checkSize(const WriteSequence& sequence) const {
     }
 }
 
-std::string XmlClassifier::classifierPath(const Element& element) const {
+std::string XmlClassifier::classifierPath(const RequestElement& element) const {
     return _classifierRoot + element.getAttribute(elementNames::CLASSIFIER_NAME) + ".dat";
 }
 

@@ -5,8 +5,6 @@
 #include <string>
 
 #include "server/StringClassifier.h"
-#include "windows/com/xml/Document.h"
-#include "windows/com/xml/Element.h"
 
 namespace windows::com::xml {
 class SchemaCache;
@@ -19,7 +17,8 @@ class ErrorResponse;
 class ErrorResponseFactory;
 class JobDistribution;
 class Log;
-class RequestTexts;
+class RequestElement;
+class RequestSequence;
 class Response;
 class ResponseFactory;
 class XmlHook;
@@ -43,47 +42,46 @@ public:
     std::string& handle(std::string& out, const std::string& request) override;
 
 private:
-    using Element = windows::com::xml::Element;
-
     // What the calls of one write sequence share.
     struct WriteSequence {
         ClassifierTransaction& transaction;
         std::uint64_t maxSize;  // in bytes; 0 means no limit
-        RequestTexts& texts;
     };
 
-    using ReadCall = void (XmlClassifier::*)(const Element& call, RequestTexts& texts);
-    using WriteCall = void (XmlClassifier::*)(const Element& call, WriteSequence& sequence);
+    using ReadCall = void (XmlClassifier::*)(const RequestElement& call);
+    using WriteCall = void (XmlClassifier::*)(const RequestElement& call, WriteSequence& sequence);
 
     // All of handle() that a failure of the request can come from.
     std::string& run(std::string& out, const std::string& request);
-    void runReadCalls(const Element& readCalls, RequestTexts& texts);
+    void runReadCalls(const RequestSequence& readCalls);
     // Leaves the response in out, and then commits.
-    void runWriteCalls(const Element& writeCalls, RequestTexts& texts, std::string& out);
+    void runWriteCalls(const RequestSequence& writeCalls, std::string& out);
     // Runs runCall(method, call) for each element of the sequence; it says whether it knows the method. Every
     // failure of the program's own kind becomes a Failure, which is a CallException.
     template <class Failure, class RunCall>
-    void runCalls(const Element& sequence, const char* sequenceName, RunCall runCall);
+    void runCalls(const RequestSequence& sequence, const char* sequenceName, RunCall runCall);
 
-    void classify(const Element& call, RequestTexts& texts);
-    void classifyKeywords(const Element& call, RequestTexts& texts);
-    void getInformation(const Element& call, RequestTexts& texts);
+    void classify(const RequestElement& call);
+    void classifyKeywords(const RequestElement& call);
+    void getInformation(const RequestElement& call);
 
-    void create(const Element& call, WriteSequence& sequence);
-    void remove(const Element& call, WriteSequence& sequence);
-    void addClass(const Element& call, WriteSequence& sequence);
-    void removeClass(const Element& call, WriteSequence& sequence);
-    void train(const Element& call, WriteSequence& sequence);
-    void untrain(const Element& call, WriteSequence& sequence);
+    void create(const RequestElement& call, WriteSequence& sequence);
+    void remove(const RequestElement& call, WriteSequence& sequence);
+    void addClass(const RequestElement& call, WriteSequence& sequence);
+    void removeClass(const RequestElement& call, WriteSequence& sequence);
+    void train(const RequestElement& call, WriteSequence& sequence);
+    void untrain(const RequestElement& call, WriteSequence& sequence);
 
     void checkSize(const WriteSequence& sequence) const;
-    std::string classifierPath(const Element& element) const;
+    std::string classifierPath(const RequestElement& element) const;
 
     JobDistribution& _jobDistribution;
     const ResponseFactory& _responseFactory;
     const ErrorResponseFactory& _errorResponseFactory;
-    windows::com::xml::Document _document;
-    std::string _callId;  // of the call that is running
+    const windows::com::xml::SchemaCache& _schemaCache;
+    const std::string _requestNamespace;
+    const bool _knowsSchema;  // whether requests in plain form can be read without it
+    std::string _callId;      // of the call that is running
     std::unique_ptr<Response> _response;
     std::unique_ptr<ErrorResponse> _errorResponse;
     std::unique_ptr<XmlHook> _xmlHook;

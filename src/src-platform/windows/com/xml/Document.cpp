@@ -45,6 +45,15 @@ int readFile(const std::string& path, std::string& content) {
     return std::ferror(file.get()) != 0 ? errno : 0;
 }
 
+// FNV-1a, 64 bits.
+std::uint64_t hashOf(std::string_view bytes) {
+    std::uint64_t hash = 0xCBF29CE484222325U;
+    for (const char byte : bytes) {
+        hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001B3U;
+    }
+    return hash;
+}
+
 // xmlns:prefix='uri', any number of them with blanks between. Returns false if text has another form.
 bool parseNamespaces(std::string_view text, Namespaces& namespaces) {
     constexpr std::string_view start = "xmlns:";
@@ -144,6 +153,7 @@ void Document::load(const std::string& path) {
         throwIfFailed(1, failureText + error.text(_lines), static_cast<std::uint32_t>(systemError));
     }
     read(content, path, failureText);
+    _fingerprint = hashOf(content);
 }
 
 void Document::loadXml(std::string_view text) {
@@ -152,6 +162,7 @@ void Document::loadXml(std::string_view text) {
 
 void Document::read(std::string_view source, const std::string& path, const std::string& failureText) {
     _tree.reset();
+    _fingerprint = 0;
     source = source.substr(0, source.find('\0'));
     if (source.starts_with(byteOrderMark)) {
         source.remove_prefix(byteOrderMark.size());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -71,6 +72,7 @@ private:
     std::vector<std::pair<std::string, std::string>> _namespaces;  // prefix and URI, in UTF-8
     std::shared_ptr<Tree> _tree;                                   // null while empty
     SourceLines _lines;                                            // of the source, for messages
+    std::uint64_t _fingerprint = 0;                                // of the file, 0 if there is none
 };
 
 }  // namespace windows::com::xml

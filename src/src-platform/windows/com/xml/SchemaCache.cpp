@@ -28,6 +28,7 @@ struct FreeSchemaParser {
 struct CompiledSchema {
     OwnedDocument source;  // the schema points into it
     std::unique_ptr<xmlSchema, FreeSchema> schema;
+    std::uint64_t fingerprint = 0;
 };
 
 void keepError(void* error, xmlErrorPtr reported) { static_cast<ParseError*>(error)->keepFirst(*reported); }
@@ -45,7 +46,7 @@ OwnedDocument copyOf(xmlDoc* document) {
 
 CompiledSchema compile(OwnedDocument source, ParseError& error) {
     const hooks::MemoryWatch watch;
-    CompiledSchema compiled{std::move(source), nullptr};
+    CompiledSchema compiled{std::move(source), nullptr, 0};
     const std::unique_ptr<xmlSchemaParserCtxt, FreeSchemaParser> context(
         xmlSchemaNewDocParserCtxt(compiled.source.get()));
     if (context == nullptr) {
@@ -75,7 +76,13 @@ void SchemaCache::add(const Document& document, const std::string& targetNamespa
     throwIfFailed(compiled.schema == nullptr ? 1 : 0, failure + error.text(document._lines));
     throwIfFailed(document.getTargetNamespace() == targetNamespace ? 0 : 1,
                   failure + "Its target namespace is not '" + targetNamespace + "'.");
+    compiled.fingerprint = document._fingerprint;
     _schemas->byNamespace.insert_or_assign(widen(targetNamespace), std::move(compiled));
+}
+
+std::uint64_t SchemaCache::fingerprint(const std::string& targetNamespace) const {
+    const auto found = _schemas->byNamespace.find(widen(targetNamespace));
+    return found == _schemas->byNamespace.end() ? 0 : found->second.fingerprint;
 }
 
 _xmlSchema* SchemaCache::find(const std::string& targetNamespace) const {
