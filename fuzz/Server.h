@@ -7,18 +7,13 @@
 #include "Store.h"
 #include "Target.h"
 #include "classifier/ClassifierException.h"
-#include "server/EmptyXmlHookImpl.h"
 #include "server/ReadAccess.h"
-#include "server/XmlClassifier.h"
-#include "server/XmlErrorResponseImpl.h"
-#include "server/XmlResponseImpl.h"
-#include "support/ClassifierTable.h"
-#include "support/Xml.h"
+#include "support/ServerInMemory.h"
 
 namespace fuzz {
 
 // All that stands behind a connection, with a few classifiers on a disk in memory.
-class Server : public support::ClassifierTable {
+class Server : public support::ServerInMemory {
 public:
     using Files = std::map<std::string, util::Bytes>;
 
@@ -37,17 +32,8 @@ public:
     // Promises an answer that a strict parser reads and the response schema admits. Throws std::bad_alloc if
     // memory is short.
     std::string answerTo(const std::string& request) {
-        static const support::LoadedSchema requests(MORVANE_SCHEMAS "/server/RequestSchema.xsd");
         static const support::LoadedSchema responses(MORVANE_SCHEMAS "/server/ResponseSchema.xsd");
-        const halvern::morvane::XmlResponseFactoryImpl results(responses.targetNamespace());
-        const halvern::morvane::XmlErrorResponseFactoryImpl errors(responses.targetNamespace(),
-                                                                   responses.version());
-        const halvern::morvane::EmptyXmlHookFactoryImpl hooks;
-        std::string out;
-        halvern::morvane::XmlClassifierFactoryImpl(table, results, errors, hooks, requests.cache(),
-                                                   requests.targetNamespace(), "root", log)
-            .create()
-            ->handle(out, request);
+        const std::string out = answer(request);
         PROMISE(isReadableXml(out));
         PROMISE(responses.problemOf(out).empty());
         return out;
@@ -55,7 +41,7 @@ public:
     static bool isSuccess(const std::string& answer) {
         return answer.find("<status success=\"true\" statusCode=\"2000\"/>") != std::string::npos;
     }
-    Files stored() const {
+    Files allStored() const {
         Files all;
         for (const std::string& name : files.names()) {
             all[name] = files.load(name);
@@ -64,7 +50,7 @@ public:
     }
     // Memory never holds what the disk doesn't.
     void checkMemory() {
-        for (const auto& [name, data] : stored()) {
+        for (const auto& [name, data] : allStored()) {
             const auto fromDisk = factory.create(callbackFactory);
             try {
                 fromDisk->setTrainingData(data);

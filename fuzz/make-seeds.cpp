@@ -36,7 +36,7 @@ int main(int argc, char** argv) {
     auto full = fuzz::twoClasses();
     full.classes[0].count = std::numeric_limits<std::uint32_t>::max();
     write(data, "full-class", full.bytes());
-    write(data, "old", fuzz::oldClasses(3).bytes());
+    write(data, "version-3", fuzz::oldClasses(3).bytes());
 
     // Any bytes make requests; these reach most calls.
     for (const int step : {1, 5, 7, 11, 13}) {
@@ -47,15 +47,12 @@ int main(int argc, char** argv) {
         write(root / "calls", "step-" + std::to_string(step), choices);
     }
 
-    const auto old = root / "migration";
-    write(old, "version-3", fuzz::oldClasses(3).bytes());
-    write(old, "version-4", fuzz::oldClasses(4).bytes());
-    write(old, "version-5", fuzz::twoClasses().bytes());
-    write(old, "no-classes", support::OldClassifier().bytes());
-    write(old, "cut", fuzz::damaged(fuzz::oldClasses(3).bytes()));
+    write(data, "version-4", fuzz::oldClasses(4).bytes());
+    write(data, "no-classes", support::OldClassifier().bytes());
+    write(data, "cut-old", fuzz::damaged(fuzz::oldClasses(3).bytes()));
     support::OldClassifier longest = {.dataVersion = 4, .classes = {{"a", {}}}};
     longest.classes[0].lanes.resize(32);
     longest.classes[0].lanes[31] = {{std::string(31, 'x'), 1}};
-    write(old, "longest-token", longest.bytes());
+    write(data, "longest-token", longest.bytes());
     return 0;
 }

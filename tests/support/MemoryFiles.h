@@ -5,7 +5,6 @@
 #include <map>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "io/filesystem/ExistsFile.h"
@@ -23,14 +22,6 @@ class MemoryFiles final : public io::filesystem::LoadFile,
                           public io::filesystem::SizeFile,
                           public io::filesystem::RemoveFile {
 public:
-    // A file got content, or lost it for good; in the order in which it happened.
-    struct Change {
-        std::string name;
-        std::thread::id by;
-        bool removed;
-        util::Bytes data;
-    };
-
     // Each counts down to the call that fails; 0 means that none does.
     mutable int failingLoad = 0;
     mutable int failingSave = 0;
@@ -59,12 +50,10 @@ public:
             _files[name] = data;
         }
         fail<io::filesystem::SaveFileExceptionImpl>(failingSave, "The disk is full.");
-        Change change{name, std::this_thread::get_id(), false, data};
         util::Bytes content = data;
-        _changes.reserve(_changes.size() + 1);
         // Nothing fails from here on but the making of an entry, which comes first.
         _files[name] = std::move(content);
-        _changes.push_back(std::move(change));
+        ++_changes;
     }
     bool exists(const std::string& name) const noexcept override {
         const std::lock_guard guard(_mutex);
@@ -78,11 +67,7 @@ public:
     void remove(const std::string& name) const override {
         const std::lock_guard guard(_mutex);
         fail<io::filesystem::RemoveFileException>(failingRemove, "The disk is read-only.");
-        Change change{name, std::this_thread::get_id(), true, {}};
-        _changes.reserve(_changes.size() + 1);
-        if (_files.erase(name) != 0) {
-            _changes.push_back(std::move(change));
-        }
+        _changes += _files.erase(name);
     }
 
     void put(const std::string& name, const std::string& content) {
@@ -101,13 +86,9 @@ public:
         const std::lock_guard guard(_mutex);
         return _loads;
     }
-    std::vector<Change> changes() const {
-        const std::lock_guard guard(_mutex);
-        return _changes;
-    }
     std::size_t changeCount() const {
         const std::lock_guard guard(_mutex);
-        return _changes.size();
+        return _changes;
     }
 
 private:
@@ -123,7 +104,7 @@ private:
 
     mutable std::mutex _mutex;
     mutable std::map<std::string, util::Bytes> _files;
-    mutable std::vector<Change> _changes;
+    mutable std::size_t _changes = 0;
     mutable int _loads = 0;
 };
 
