@@ -1,13 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 
 #include "classifier/ClassifierException.h"
 #include "support/Classifiers.h"
 #include "support/Failure.h"
-#include "support/OldClassifier.h"
 #include "support/RecordingCallback.h"
 #include "support/StoredClassifier.h"
 
@@ -28,28 +26,6 @@ StoredClassifier example() {
 
 std::string load(Classifier& classifier, const util::Bytes& data) {
     return support::failureOf<ClassifierException>([&] { classifier.setTrainingData(data); });
-}
-
-// Whatever was loaded, each operation must come back.
-void use(Classifier& classifier) {
-    Classification classification;
-    Keywords keywords(30, 0.1);
-    const std::string text = "x hi of all the words first has its own, extraordinary ones";
-    for (auto classes = classifier.getInformation(); !classes.empty();
-         classes = classifier.getInformation()) {
-        classifier.classifyKeywords(text, keywords);
-        for (const ClassInformation& entry : classes) {
-            if (!entry.name.empty()) {
-                classifier.untrain(entry.name, text);
-                classifier.train(entry.name, text + text);
-                classifier.untrain(entry.name, text + text + text);
-                classifier.compact();
-            }
-        }
-        classifier.classify(text, classification);
-        classifier.removeClass(classes[classes.size() / 2].name);
-        bytesOf(*classifier.clone());
-    }
 }
 
 }  // namespace
@@ -140,42 +116,6 @@ TEST(ClassifierDataTest, BytesBehindTheLastLaneAreReportedAndIgnored) {
 
     // Without a callback of one's own the report is the end of the process.
     EXPECT_EXIT(ClassifierImpl(nullptr, 0.05).setTrainingData(data), testing::KilledBySignal(SIGABRT), "");
-}
-
-TEST(ClassifierDataTest, DamagedBytesLoadOrAreRefusedAndNeverEndTheProcess) {
-    support::RecordingCallbackFactory callbacks;
-    const auto tryOut = [&callbacks](const util::Bytes& data) {
-        ClassifierImpl classifier(&callbacks, 0.05);
-        const std::string message = load(classifier, data);
-        EXPECT_TRUE(message == sound || classifier.getInformation().empty());
-        use(classifier);
-        return message;
-    };
-    ClassifierImpl manyLanes(nullptr, 0.05);
-    for (const char* name : {"first", "second", "third"}) {
-        manyLanes.addClass(name);
-        manyLanes.train(name, std::string("of all the words ") + name + " has its own, extraordinary ones");
-    }
-    manyLanes.compact();
-    const support::OldClassifier old{
-        .classes = {{"a", {{}, {{"x", 4}}, {{"hi", 1}, {"oh", 2}}}}, {"b", {{}, {{"x", 1}, {"y", 0}}}}}};
-    std::mt19937 random(3);
-    for (const util::Bytes& whole : {example().bytes(), bytesOf(manyLanes), old.bytes()}) {
-        EXPECT_EQ(tryOut(whole), sound);
-        for (std::size_t size = 4; size < whole.size(); ++size) {
-            const std::string message = tryOut(util::Bytes(whole.begin(), whole.begin() + size));
-            // The last class of old data may end behind its name.
-            EXPECT_TRUE(message != sound || whole == old.bytes()) << size;
-        }
-        for (int round = 0; round < 800; ++round) {
-            util::Bytes data = whole;
-            for (unsigned changes = 1 + random() % 3; changes > 0; --changes) {
-                char& byte = data[random() % data.size()];
-                byte = static_cast<char>(random() % 2 == 0 ? random() : byte ^ 1 << random() % 8);
-            }
-            tryOut(data);
-        }
-    }
 }
 
 }  // namespace halvern::classifier

@@ -59,12 +59,8 @@ TEST(ClassifierImplTest, CloneAndSwapKeepTwoClassifiersApart) {
     EXPECT_EQ(informationOf(classifier), "a 4/5");
 
     const auto old = classifierOf(StoredClassifier{.extractorVersion = 3, .smoothing = 0.7}.bytes());
-    copy->compact();
-    const util::Bytes oldBytes = bytesOf(*old);
-    const util::Bytes copyBytes = bytesOf(*copy);
     old->swap(*copy);
-    EXPECT_EQ(bytesOf(*old), copyBytes);
-    EXPECT_EQ(bytesOf(*copy), oldBytes);
+    EXPECT_EQ(informationOf(*old), "a 5/6, b 0/0");
     copy->addClass("c");
     copy->train("c", "Word word");
     EXPECT_EQ(informationOf(*copy), "c 2/2") << "the extractor came along";

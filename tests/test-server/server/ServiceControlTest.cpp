@@ -6,9 +6,7 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <map>
 
-#include "support/Failure.h"
 #include "system/Program.h"
 #include "windows/com/xml/Library.h"
 #include "windows/services/ServiceAccount.h"
@@ -126,47 +124,24 @@ TEST_F(ServiceControlTest, RunsTheServiceAsTheOwnerOfTheClassifiers) {
         install("Some Server");
         EXPECT_EQ(ownerOf("secret"), 0);
     }
-
-    // A missing folder belongs to the owner of the one around it.
-    std::filesystem::create_directory("home");
-    ASSERT_EQ(::chown("home", DAEMON, DAEMON), 0);
-    install("Some Server", "home/data");
-    EXPECT_EQ(_manager.definition.account, "daemon");
-    EXPECT_EQ(ownerOf("home/data"), static_cast<int>(DAEMON));
 }
 
 TEST_F(ServiceControlTest, AsksFirstWhetherTheServiceIsThere) {
     _manager.installed = "Old Server";
-    const std::string done = "no failure";
-    const std::string missing = "The service with the name 'New Server' is not installed.";
-    const auto uninstall = [this](const std::string& name) { uninstallService(name, *this); };
-    const auto start = [this](const std::string& name) { startService(name, *this); };
-    const auto stop = [this](const std::string& name) { stopService(name, *this); };
-    const struct {
-        std::function<void(const std::string& name)> operation;
-        std::string name;
-        std::string complaint;
-        std::vector<std::string> doings;
-    } rows[] = {
-        {[this](const std::string& name) { install(name); },
-         "Old Server",
-         "The service with the name 'Old Server' is already installed.",
-         {}},
-        {uninstall, "New Server", missing, {}},
-        {start, "New Server", missing, {}},
-        {stop, "New Server", missing, {}},
-        {uninstall, "Old Server", done, {"remove"}},
-        {start, "Old Server", done, {"start"}},
-        {stop, "Old Server", done, {"stop"}},
-    };
-    for (const auto& row : rows) {
+    EXPECT_THROW(install("Old Server"), ServiceAlreadyExistsException);
+    const std::pair<std::string, void (*)(const std::string&, const SCManagerFactory&)> rows[] = {
+        {"remove", uninstallService}, {"start", startService}, {"stop", stopService}};
+    for (const auto& [doing, operation] : rows) {
         _manager.doings.clear();
-        EXPECT_EQ(support::failureOf<ServiceException>([&] { row.operation(row.name); }), row.complaint);
-        EXPECT_EQ(_manager.doings, row.doings) << row.complaint;
+        EXPECT_THROW(operation("New Server", *this), ServiceDoesNotExistsException) << doing;
         // Not being able to tell is no answer.
         _manager.refuses = true;
-        EXPECT_THROW(row.operation(row.name), RefusedException);
+        EXPECT_THROW(operation("Old Server", *this), RefusedException) << doing;
+        EXPECT_THROW(install("New Server"), RefusedException);
         _manager.refuses = false;
+        EXPECT_THAT(_manager.doings, ElementsAre());
+        operation("Old Server", *this);
+        EXPECT_THAT(_manager.doings, ElementsAre(doing));
     }
 }
 

@@ -87,11 +87,11 @@ struct ModelledSet {
                 }
             }
             const auto holders = names.size() - std::count(expected.begin(), expected.end(), 0u);
-            EXPECT_EQ(&set.lane(feature.size()).lookup(feature, accessor), &accessor);
+            set.lane(feature.size()).lookup(feature, accessor);
             EXPECT_EQ(accessor._parameters, expected);
             EXPECT_EQ(accessor.classes, holders);
-            EXPECT_EQ(accessor.feature == nullptr, holders == 0);
-            EXPECT_TRUE(holders == 0 || std::string(accessor.feature, feature.size()) == feature);
+            EXPECT_TRUE(holders == 0 ? accessor.feature == nullptr
+                                     : std::string(accessor.feature, feature.size()) == feature);
             EXPECT_EQ(set.lane(feature.size()).find(feature, 1), expected[1]);
         }
         for (std::size_t i = 0; i < names.size(); ++i) {
@@ -142,6 +142,10 @@ TEST(FeatureSetTest, BehavesAsMapsOfCounts) {
             model.set.compact();
             model.compare();
             if (round % 5 == 4) {
+                // What comes and goes again leaves the set compact.
+                for (int i = 0; i < 2 && length > 0; ++i) {
+                    model.change(std::string(length, 'c'), model.names[3], 5, i == 0, i == 0);
+                }
                 model.removeClass(random() % 4);
                 model.compare();
                 util::Pieces pieces;

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <functional>
 
 #include "io/filesystem/ExistsDir.h"
 #include "io/filesystem/ExistsFile.h"
@@ -15,7 +14,6 @@
 #include "support/TempDir.h"
 #include "windows/file/CreateFolder.h"
 #include "windows/file/DiskSpace.h"
-#include "windows/file/FindFiles.h"
 
 namespace {
 
@@ -110,20 +108,6 @@ TEST_F(FileOperationsTest, RemovalWithoutDescriptorsRemovesNothing) {
         RemoveFileImpl().remove(at("file"));
         EXPECT_FALSE(std::filesystem::exists(at("file")));
     }
-}
-
-TEST_F(FileOperationsTest, FindingGoesByMaskAttributesAndExcludes) {
-    for (const char* name : {"b.xml", "a.xml", "c.XML", ".d.xml", "e.xml.bak"}) {
-        support::writeFile(at(name), "");
-    }
-    std::filesystem::create_directory(at("sub.xml"));
-    support::writeFile(at("sub.xml/inner.xml"), "");
-    const auto found = [&](std::uint32_t attributes, bool filesOnly) {
-        return FindFilesImpl().find(_directory.path(), "*.xml", attributes, {"a.xml", "B.xml"}, filesOnly);
-    };
-    using testing::UnorderedElementsAre;
-    EXPECT_THAT(found(FindFiles::ALL, false), UnorderedElementsAre(at(".d.xml"), at("b.xml"), at("sub.xml")));
-    EXPECT_THAT(found(FindFiles::HIDDEN, true), UnorderedElementsAre(at(".d.xml")));
 }
 
 }  // namespace

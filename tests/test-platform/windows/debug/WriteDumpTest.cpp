@@ -15,7 +15,6 @@
 #include "support/TempDir.h"
 #include "windows/debug/DumpFolder.h"
 #include "windows/debug/DumpName.h"
-#include "windows/debug/DumpText.h"
 
 namespace windows::debug {
 
@@ -73,22 +72,6 @@ TEST_F(WriteDumpTest, FolderTakesAHundredDumpsWhileThereIsSpace) {
     EXPECT_FALSE(std::filesystem::exists(directory.file("more.dmp")));
     EXPECT_STREQ(dumpRefusal("./logs/", 99, 1000000000).str(), "");
     EXPECT_STRNE(dumpRefusal("./logs/", 0, 999999999).str(), "");
-}
-
-TEST(DumpTextTest, WritesAllOfItUpToItsLimitOrTellsWhyNot) {
-    const support::TempDir directory;
-    const io::filesystem::ScopedDescriptor file(
-        io::filesystem::openFile(directory.file("text").c_str(), O_RDWR | O_CREAT, 0600));
-    DumpText text(file.get());
-    const std::string rest(300000, 'x');
-    (text << INT64_MIN << " ").hex(0).hex(UINT64_MAX) << rest.c_str() << "more";
-    EXPECT_EQ(text.finish(), 0);
-    EXPECT_EQ(support::readFile(directory.file("text")),
-              ("-9223372036854775808 0x00xffffffffffffffff" + rest).substr(0, DumpText::MAX_SIZE));
-    const io::filesystem::ScopedDescriptor fullDisk(io::filesystem::openFile("/dev/full", O_WRONLY));
-    DumpText lost(fullDisk.get());
-    lost << "text";
-    EXPECT_EQ(lost.finish(), ENOSPC);
 }
 
 }  // namespace

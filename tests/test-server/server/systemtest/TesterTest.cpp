@@ -85,14 +85,10 @@ TEST(TesterTest, FindsAnswersThatAreWrong) {
         EXPECT_THAT(outcome(alter), StartsWith(report));
     }
     // What an operator reads whose configuration doesn't let the test through.
-    EXPECT_EQ(
-        outcome([](const std::string& request, std::string answer) {
-            return request.size() > 500 ? failureOf(4013, "Client exceeded maximum input size 500.\t")
-                                        : answer;
-        }),
-        "r.success || r.code == statusCode::BAD_REQUEST / The request \"train\" of version 1.00 with 538 "
-        "bytes was answered in version 1.01 with 4013: Client exceeded maximum input size 500. The "
-        "built-in test needs a larger maxInput in the configuration.");
+    EXPECT_THAT(outcome([](const std::string& request, std::string answer) {
+                    return request.size() > 500 ? failureOf(4013, "Too large.") : answer;
+                }),
+                HasSubstr("The built-in test needs a larger maxInput in the configuration."));
 }
 
 }  // namespace

