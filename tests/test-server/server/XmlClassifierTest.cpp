@@ -27,20 +27,20 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-// Keeps what its hooks see, and runs out of memory when told to.
-struct RecordingHooks final : public XmlHookFactory, public XmlHook {
-    explicit RecordingHooks(RecordingHooks* all = nullptr) : all(all) {}
-    std::unique_ptr<XmlHook> create() const override {
-        return std::make_unique<RecordingHooks>(const_cast<RecordingHooks*>(this));
-    }
-    void save(const std::string& request) override {
-        all->requests.push_back(request);
-        if (all->outOfMemory) {
-            throw std::bad_alloc();
+// Keeps what all hooks see, and runs out of memory when told to.
+struct RecordingHooks final : public XmlHookFactory {
+    struct Hook final : public XmlHook {
+        explicit Hook(const RecordingHooks& all) : all(all) {}
+        void save(const std::string& request) override {
+            all.requests.push_back(request);
+            if (all.outOfMemory) {
+                throw std::bad_alloc();
+            }
         }
-    }
-    RecordingHooks* const all;
-    std::vector<std::string> requests;
+        const RecordingHooks& all;
+    };
+    std::unique_ptr<XmlHook> create() const override { return std::make_unique<Hook>(*this); }
+    mutable std::vector<std::string> requests;
     bool outOfMemory = false;
 };
 

@@ -104,23 +104,6 @@ TEST(SocketStreamTest, PeerThatReadsBreaksItsSilenceAndOneThatDoesNotRefuses) {
     pair.stream->shutdown(SocketStream::BOTHENDS);
 }
 
-TEST(SocketStreamTest, ReadExactAndReadUntilTakePiecesAndMissNoEnd) {
-    Pair pair;
-    char buffer[8] = {};
-    for (const char* piece : {"ab", "cdef", "ab\r", "\nrest|gh"}) {
-        pair.client.send(piece);
-    }
-    pair.client.halfClose();
-    pair.stream->readExact(buffer, 6);
-    EXPECT_EQ(std::string(buffer, 6), "abcdef");
-    EXPECT_EQ(pair.stream->readUntil(buffer, 5, "\r\n"), 4u);
-    EXPECT_EQ(std::string(buffer, 5), std::string("ab\r\n\0", 5));
-    EXPECT_THROW(pair.stream->readUntil(buffer, 5, "|"), ReadException) << "the buffer is full";
-    EXPECT_EQ(pair.stream->readUntil(buffer, 2, "|"), 1u);
-    EXPECT_THROW(pair.stream->readExact(buffer, 3), UnexpectedEofException);
-    EXPECT_THROW(pair.stream->readUntil(buffer, 3, "|"), ReadException) << "the stream has ended";
-}
-
 TEST(SocketStreamTest, ClosedStreamLeavesItsNumberToTheNextOwner) {
     Pair pair;
     const int number = fcntl(0, F_DUPFD_CLOEXEC, 0);

@@ -72,10 +72,6 @@ TEST(TesterTest, FindsAnswersThatAreWrong) {
          [&](const std::string&, std::string answer) {
              return contains(answer, ok) ? replaced(answer, "version=\"1.00\"", "version=\"1.01\"") : answer;
          }},
-        {"r.success / ",
-         [](const std::string& request, std::string answer) {
-             return contains(request, "test_engswe") ? failureOf(4000, "It has gone.") : answer;
-         }},
         {"r.responses.size() == 2 / ",
          [](const std::string&, std::string answer) {
              return replaced(answer, "<classify id=\"1\">", "<classify id=\"0\">");
