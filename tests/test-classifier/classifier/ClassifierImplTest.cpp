@@ -52,15 +52,18 @@ TEST(ClassifierImplTest, CloneAndSwapKeepTwoClassifiersApart) {
     classifier.train("a", "Word word other");
     // word twice, other, "word wor" and "word oth"
     EXPECT_EQ(informationOf(classifier), "a 4/5");
+    classifier.compact();
+    const util::Bytes before = bytesOf(classifier);
     const std::unique_ptr<Classifier> copy = classifier.clone();
     copy->train("a", "one");
+    copy->train("a", "word");  // whose record both share
     copy->addClass("b");
-    EXPECT_EQ(informationOf(*copy), "a 5/6, b 0/0");
-    EXPECT_EQ(informationOf(classifier), "a 4/5");
+    EXPECT_EQ(informationOf(*copy), "a 5/7, b 0/0");
+    EXPECT_EQ(bytesOf(classifier), before);
 
     const auto old = classifierOf(StoredClassifier{.extractorVersion = 3, .smoothing = 0.7}.bytes());
     old->swap(*copy);
-    EXPECT_EQ(informationOf(*old), "a 5/6, b 0/0");
+    EXPECT_EQ(informationOf(*old), "a 5/7, b 0/0");
     copy->addClass("c");
     copy->train("c", "Word word");
     EXPECT_EQ(informationOf(*copy), "c 2/2") << "the extractor came along";
