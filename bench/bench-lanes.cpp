@@ -49,7 +49,7 @@ const LaneBase& laneOf(std::uint64_t records) {
     if (lane == nullptr) {
         lane = factory.create(featureSize);
         train(*lane, 0, records);
-        lane->compact();
+        lane->compact({});
     }
     return *lane;
 }
@@ -85,7 +85,7 @@ void compact(benchmark::State& state) {
         auto copy = factory.clone(featureSize, lane);
         train(*copy, records, static_cast<std::uint64_t>(state.range(1)));
         state.ResumeTiming();
-        copy->compact();
+        copy->compact({});
         state.PauseTiming();
         copy.reset();
         state.ResumeTiming();

@@ -142,10 +142,11 @@ public:
         return found;
     }
     std::uint64_t getSize(const std::string& name) override { return _sound.getSize(name); }
-    void save(const std::string& name, const util::Pieces& data) override {
+    io::filesystem::ScopedDescriptor save(const std::string& name, const util::Pieces& data) override {
         if (_bug != "lost-commit" || dice() % 10 != 0) {
-            _sound.save(name, data);
+            return _sound.save(name, data);
         }
+        return io::filesystem::ScopedDescriptor(-1);
     }
     void remove(const std::string& name, const ThreadSafeClassifier* held) override {
         if (_bug == "removal-without-lock" && held == nullptr && _disk.exists(name)) {

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "io/filesystem/FileCalls.h"
 
@@ -41,8 +42,17 @@ public:
     int fchmod(int file, mode_t mode) const noexcept override {
         return fails("fchmod") ? -1 : _system.fchmod(file, mode);
     }
-    ssize_t write(int file, const char* bytes, std::size_t size) const noexcept override {
-        return fails("write") ? -1 : _system.write(file, bytes, std::min(size, _mostBytes));
+    int fallocate(int file, std::uint64_t size) const noexcept override {
+        return fails("fallocate") ? -1 : _system.fallocate(file, size);
+    }
+    ssize_t writev(int file, std::span<const iovec> pieces) const noexcept override {
+        std::vector<iovec> written(pieces.begin(), pieces.end());
+        std::size_t room = _mostBytes;
+        for (iovec& piece : written) {
+            piece.iov_len = std::min(piece.iov_len, room);
+            room -= piece.iov_len;
+        }
+        return fails("writev") ? -1 : _system.writev(file, written);
     }
     int fsync(int file) const noexcept override { return fails("fsync") ? -1 : _system.fsync(file); }
     int renameat2(int directory, const char* from, const char* to, unsigned flags) const noexcept override {

@@ -55,6 +55,15 @@ void selectKeyword(const Scoring& scoring, const storage::ParameterAccessor& acc
     }
 }
 
+std::vector<ClassInformation> informationOf(const std::vector<storage::ClassEntry>& classes) {
+    std::vector<ClassInformation> information;
+    information.reserve(classes.size());
+    for (const storage::ClassEntry& entry : classes) {
+        information.push_back({entry.name, entry._unique, entry._count});
+    }
+    return information;
+}
+
 // Calls visit(records, count) for each token that the classifier knows. Tokens are looked up in blocks, and
 // those of one lane together, so that none waits for memory alone.
 template <class Visit>
@@ -240,12 +249,12 @@ void ClassifierImpl::report(const char* description, std::uint32_t line) const {
 }
 
 std::vector<ClassInformation> ClassifierImpl::getInformation() const {
-    std::vector<ClassInformation> information;
-    information.reserve(_features.classes().size());
-    for (const storage::ClassEntry& entry : _features.classes()) {
-        information.push_back({entry.name, entry._unique, entry._count});
+    if (_features.isSettled()) {
+        return informationOf(_features.classes());
     }
-    return information;
+    storage::FeatureSet settled(_features);
+    settled.settle();
+    return informationOf(settled.classes());
 }
 
 void ClassifierImpl::getTrainingData(util::Bytes& out) const {

@@ -42,23 +42,26 @@ void ClassifierTransactionImpl::remove() {
     _classifierInfo.state = State::REMOVED;
 }
 
-void ClassifierTransactionImpl::commit() {
+Replaced ClassifierTransactionImpl::commit() {
+    Replaced replaced;
     if (_classifierInfo.state == State::REMOVED) {
         _jobDistribution.remove(_name, _classifierInfo.held.classifier.get());
         _classifierInfo.created = false;
-        return;
+        return replaced;
     }
     if (_classifierInfo.held.lock) {
         // The file first: if that fails, memory still agrees with the file that was there before.
         util::Pieces data;
         _classifierInfo.copy->compact();
         _classifierInfo.copy->getTrainingData(data);
-        _jobDistribution.save(_name, data);
+        replaced.file = _jobDistribution.save(_name, data);
         _classifierInfo.held.classifier->getClassifier().swap(*_classifierInfo.copy);
+        replaced.classifier = std::move(_classifierInfo.copy);
     }
     _classifierInfo.state = State::COMMITTED;
     _classifierInfo.created = false;
     cleanUp();
+    return replaced;
 }
 
 void ClassifierTransactionImpl::hold(HeldClassifier held, State state) {

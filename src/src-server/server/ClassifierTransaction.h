@@ -8,6 +8,13 @@
 
 namespace halvern::morvane {
 
+// What a commit has put out of use. To drop it can take as long as the change itself took, and nobody has to
+// wait for that.
+struct Replaced {
+    std::unique_ptr<classifier::Classifier> classifier;
+    io::filesystem::ScopedDescriptor file{-1};
+};
+
 // One write sequence on one classifier: all of it or nothing. Belongs to the thread that made it, which also
 // ends it, since the writer lock is that thread's. Without a commit() that came back, its end is the
 // rollback.
@@ -32,7 +39,7 @@ public:
     virtual void remove() = 0;
 
     // Makes the sequence's effect real, on disk and then in memory.
-    virtual void commit() = 0;
+    virtual Replaced commit() = 0;
 };
 
 // Holds the writer lock from the first create() or get() until its end, remove() included: what the sequence
@@ -49,7 +56,7 @@ public:
     const std::string& getName() const override { return _name; }
     classifier::Classifier& get() override;
     void remove() override;
-    void commit() override;
+    Replaced commit() override;
 
 private:
     enum class State {

@@ -23,6 +23,7 @@ using net::socket::SocketStream;
 constexpr std::size_t READ_SIZE = 16384;
 constexpr std::size_t USUAL_REQUEST_SIZE = 65536;
 constexpr std::size_t LARGE_REQUEST_SIZE = 1024UL * 1024;
+constexpr std::size_t BUFFERED_RESPONSE_SIZE = 32768;  // what the socket itself takes at once
 
 // Log lines of a connection are short; where they quote a failure, its beginning is enough.
 using Text = util::FixedStream<128>;
@@ -161,6 +162,11 @@ void ClassifyConnection::_serve() {
     {
         const ScopedWork work(_isAtWork);
         classifier->handle(response, request);
+    }
+    // What is left of the request goes when the answer has been sent, so that the client needn't wait for
+    // that. But a large answer may have to wait for the client.
+    if (response.size() > BUFFERED_RESPONSE_SIZE) {
+        classifier.reset();
     }
     _socketStream->write(response.data(), response.size());
     _socketStream->shutdown(SocketStream::SEND);

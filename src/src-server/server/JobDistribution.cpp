@@ -175,10 +175,11 @@ std::uint64_t JobDistributionImpl::getSize(const std::string& name) {
     return _sizeFile.size(file, false);
 }
 
-void JobDistributionImpl::save(const std::string& name, const util::Pieces& data) {
+io::filesystem::ScopedDescriptor JobDistributionImpl::save(const std::string& name,
+                                                           const util::Pieces& data) {
     const std::string file = fileOf(name);
     const FileLock lock(file);
-    _saveFile.replace(file, data);
+    return _saveFile.replace(file, data);
 }
 
 void JobDistributionImpl::remove(const std::string& name, const ThreadSafeClassifier* held) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "io/filesystem/FileSystemHelper.h"
 #include "platform/mutex/MutexImpl.h"
 #include "platform/mutex/ReaderWriterLock.h"
 #include "server/ThreadSafeClassifier.h"
@@ -88,8 +89,8 @@ public:
     // The size of the file in bytes, 0 if there is none. Changes only under the writer lock.
     virtual std::uint64_t getSize(const std::string& name) = 0;
 
-    // Replaces the file. Requires the writer lock of the classifier.
-    virtual void save(const std::string& name, const util::Pieces& data) = 0;
+    // Replaces the file, and gives what SaveFile::replace gives. Requires the writer lock of the classifier.
+    virtual io::filesystem::ScopedDescriptor save(const std::string& name, const util::Pieces& data) = 0;
 
     // Removes the file and the object in memory, as far as there are any, and marks the object. Waits for the
     // writer lock, unless held (see create) is that object. If the file can't be removed, nothing has
@@ -120,7 +121,7 @@ public:
     HeldClassifier create(const std::string& name, const ThreadSafeClassifier* held) override;
     boost::shared_ptr<ThreadSafeClassifier> get(const std::string& name) override;
     std::uint64_t getSize(const std::string& name) override;
-    void save(const std::string& name, const util::Pieces& data) override;
+    io::filesystem::ScopedDescriptor save(const std::string& name, const util::Pieces& data) override;
     void remove(const std::string& name, const ThreadSafeClassifier* held) override;
     void discard(const std::string& name, ThreadSafeClassifier& held) noexcept override;
 

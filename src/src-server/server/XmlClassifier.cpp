@@ -216,7 +216,7 @@ void XmlClassifier::runWriteCalls(const RequestSequence& writeCalls, std::string
                                  });
     // Ahead of the commit: memory that runs out here must not leave a client without the news of its commit.
     _response->render(out);
-    transaction.commit();
+    _replaced = transaction.commit();
 }
 
 void XmlClassifier::classify(const RequestElement& call) {

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "server/ClassifierTransaction.h"
 #include "server/StringClassifier.h"
 
 namespace windows::com::xml {
@@ -87,6 +88,7 @@ private:
     std::unique_ptr<XmlHook> _xmlHook;
     Log& _log;
     const std::string _classifierRoot;
+    Replaced _replaced;  // kept until the answer is on its way
 };
 
 // Everything but the strings must outlive the factory and all that it makes.

@@ -50,7 +50,8 @@ FeatureSet::FeatureSet() {
     }
 }
 
-FeatureSet::FeatureSet(const FeatureSet& other) : _classes(other._classes), _liesInData(other._liesInData) {
+FeatureSet::FeatureSet(const FeatureSet& other)
+    : _classes(other._classes), _isSettled(other._isSettled), _liesInData(other._liesInData) {
     const VectorLaneFactory factory;
     _lanes.reserve(laneCount);
     for (std::size_t i = 0; i < laneCount; ++i) {
@@ -63,6 +64,7 @@ FeatureSet::~FeatureSet() = default;
 void FeatureSet::swap(FeatureSet& other) noexcept {
     _classes.swap(other._classes);
     _lanes.swap(other._lanes);
+    std::swap(_isSettled, other._isSettled);
     std::swap(_liesInData, other._liesInData);
     _names.forget();
     other._names.forget();
@@ -129,6 +131,7 @@ void FeatureSet::add(std::string_view className, std::string_view feature, std::
     CHECK(feature.size() < _lanes.size(), "Add with feature bigger than max allowed size (32)");
     ClassEntry& entry = getClass(className);
     requireRoomIn(entry, count);
+    settle();
     if (_lanes[feature.size()]->add(feature, entry._classIndex, count)) {
         entry.addUnique();
     }
@@ -137,7 +140,9 @@ void FeatureSet::add(std::string_view className, std::string_view feature, std::
 
 void FeatureSet::sub(std::string_view className, std::string_view feature, std::uint32_t count) {
     CHECK(feature.size() < _lanes.size(), "Add with feature bigger than max allowed size (32)");
-    sub(getClass(className), feature, count);
+    ClassEntry& entry = getClass(className);
+    settle();
+    sub(entry, feature, count);
 }
 
 // Totals are loaded on trust and may be smaller than the records say, so no more is taken off than there is.
@@ -157,20 +162,16 @@ void FeatureSet::addAll(std::string_view className, std::span<const FeatureCount
         sum = std::accumulate(group.counts, group.counts + group.size, sum);
     }
     requireRoomIn(entry, sum);
+    _isSettled = false;
     std::uint32_t unique = 0;
     std::size_t done = 0;
     try {
         for (; done < groups.size(); ++done) {
-            unique += _lanes[groups[done].length]->addAll(groups[done], entry._classIndex);
+            unique += _lanes[groups[done].length]->addAll(groups[done], entry._classIndex, _classes);
         }
     } catch (...) {
-        // What has just been added is taken off again without memory.
         for (const FeatureCounts& group : groups.first(done)) {
-            for (std::size_t i = 0; i < group.size; ++i) {
-                std::uint32_t removed = 0;
-                _lanes[group.length]->sub({group.features[i], group.length}, entry._classIndex,
-                                          group.counts[i], removed);
-            }
+            _lanes[group.length]->takeBack(group, entry._classIndex);
         }
         throw;
     }
@@ -180,6 +181,7 @@ void FeatureSet::addAll(std::string_view className, std::span<const FeatureCount
 
 void FeatureSet::subAll(std::string_view className, std::span<const FeatureCounts> groups) {
     ClassEntry& entry = getClass(className);
+    settle();
     for (const FeatureCounts& group : groups) {
         CHECK(group.length < _lanes.size(), "Add with feature bigger than max allowed size (32)");
         _lanes[group.length]->reserve(group.size);
@@ -191,11 +193,22 @@ void FeatureSet::subAll(std::string_view className, std::span<const FeatureCount
     }
 }
 
+void FeatureSet::settle() {
+    if (_isSettled) {
+        return;
+    }
+    for (const auto& lane : _lanes) {
+        lane->settle(_classes);
+    }
+    _isSettled = true;
+}
+
 void FeatureSet::compact() {
     bool isChanged = false;
     for (const auto& lane : _lanes) {
-        isChanged |= lane->compact();
+        isChanged |= lane->compact(_classes);
     }
+    _isSettled = true;
     // The bytes that were deserialised stay in memory whole as long as one lane lies in them.
     if (isChanged && _liesInData) {
         for (const auto& lane : _lanes) {
@@ -210,6 +223,7 @@ void FeatureSet::clear() {
         lane->clear();
     }
     _classes.clear();
+    _isSettled = true;
     _liesInData = false;
     _names.forget();
 }

@@ -74,6 +74,10 @@ public:
     void deserialize(util::database::DatabaseReader& reader,
                      const std::shared_ptr<const void>& owner = nullptr);
 
+    // What is unique to a class may be counted later than it is added: only settle() and compact() bring that
+    // number up to date. settle() throws std::bad_alloc; nothing learned is lost then.
+    bool isSettled() const { return _isSettled; }
+    void settle();
     const std::vector<ClassEntry>& classes() const { return _classes; }
     // What depends on the class names alone. Made when it is first asked for after they changed; any number
     // of threads may ask at once.
@@ -87,6 +91,7 @@ private:
 
     std::vector<ClassEntry> _classes;               // in class index order
     std::vector<std::unique_ptr<LaneBase>> _lanes;  // always laneCount of them, by feature length
+    bool _isSettled = true;                         // all of the class table is up to date
     bool _liesInData = false;                       // lanes may lie in the bytes that were deserialised
     OnDemand<std::shared_ptr<const ClassNames>> _names;
 };

@@ -25,7 +25,7 @@ public:
         return static_cast<std::uint32_t>(key.hash() * 0x9e3779b97f4a7c15u >> 32);
     }
 
-    // The record of that key, or null. Good until the next insert or take.
+    // The record of that key, or null. Good until the next insert or clear.
     Record* find(const Record& key, std::uint32_t hash) {
         return const_cast<Record*>(std::as_const(*this).find(key, hash));
     }
@@ -57,11 +57,11 @@ public:
         return _records.back();
     }
 
-    // Gives all records away, and all memory back.
-    std::vector<Record> take() noexcept {
-        std::vector<Slot>().swap(_slots);
-        return std::exchange(_records, {});
-    }
+    // All of them, in the order in which they came.
+    const std::vector<Record>& records() const { return _records; }
+
+    // Gives all memory back.
+    void clear() noexcept { *this = FreshRecords(); }
 
 private:
     struct Slot {

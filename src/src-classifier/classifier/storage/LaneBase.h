@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string_view>
 
 #include "classifier/storage/StorageTypes.h"
@@ -34,34 +35,43 @@ struct FeatureCounts {
 // All records of the features of one length, for a caller that doesn't know the length.
 //
 // add and sub leave behind what only compact() folds in. The operations that say so require a lane that is
-// compact: new, loaded, or compacted since it last changed. Those that are const may run in any number of
-// threads at once; all others need the lane to themselves.
+// compact: new, loaded, or compacted since it last changed. addAll may put off even to find out which
+// features are new; the operations that say so require a lane that is settled, which it is once settle() or
+// compact() has followed the last addAll. Those that are const may run in any number of threads at once; all
+// others need the lane to themselves.
 class LaneBase {
 public:
     virtual ~LaneBase() = default;
 
-    // Same feature length, same records, same counts. This lane must be compact; new records that wait for a
-    // compaction of the other don't count.
+    // Same feature length, same records, same counts. This lane must be compact, the other settled; new
+    // records that wait for a compaction of the other don't count.
     virtual bool operator==(const LaneBase& other) const = 0;
     // Drops the records of the class and moves all classes behind it down by one. Must be compact, and must
     // not share its records with a copy (see makeOwn); allocates nothing.
     virtual void removeClass(std::uint16_t classIndex) = 0;
-    // Returns true if the class did not have this feature. Requires count > 0. Changes nothing when it
-    // throws: std::bad_alloc, or ClassifierException if the record's count would not fit in 32 bits.
+    // Returns true if the class did not have this feature. Requires count > 0, and a settled lane. Changes
+    // nothing when it throws: std::bad_alloc, or ClassifierException if the record's count would not fit in
+    // 32 bits.
     virtual bool add(std::string_view feature, std::uint16_t classIndex, std::uint32_t count) = 0;
     // Takes off as much as there is, tells how much in removed, and returns true if that was the last of it.
     // Throws std::bad_alloc and changes nothing then. Needs no memory behind reserve(), or behind an add() of
-    // the same feature and class since the lane was last compact.
+    // the same feature and class since the lane was last compact. Must be settled.
     virtual bool sub(std::string_view feature, std::uint16_t classIndex, std::uint32_t count,
                      std::uint32_t& removed) = 0;
     // Makes room for changes of so many features. Throws std::bad_alloc and changes nothing then.
     virtual void reserve(std::size_t changes) = 0;
-    // Adds them all to the class, and returns how many of them it did not have. Cheaper than as many calls of
-    // add. Changes nothing when it throws what add throws.
-    virtual std::uint32_t addAll(const FeatureCounts& features, std::uint16_t classIndex) = 0;
+    // Adds them all to the class, and returns how many of them are known to be new to it by now. What is
+    // found out later goes to the class table, here as in the two operations below. Cheaper than as many
+    // calls of add. Changes nothing when it throws what add throws.
+    virtual std::uint32_t addAll(const FeatureCounts& features, std::uint16_t classIndex,
+                                 std::span<ClassEntry> classes) = 0;
+    // Undoes the addAll that was the last change of the lane. Needs no memory.
+    virtual void takeBack(const FeatureCounts& features, std::uint16_t classIndex) noexcept = 0;
+    // Finds out what was put off. Throws std::bad_alloc and changes nothing then.
+    virtual void settle(std::span<ClassEntry> classes) = 0;
     // Costs nothing on a compact lane; returns true if this wasn't one. Throws std::bad_alloc and leaves the
     // lane as it was.
-    virtual bool compact() = 0;
+    virtual bool compact(std::span<ClassEntry> classes) = 0;
     // Ends the sharing of records, by a copy if need be. Throws std::bad_alloc and changes nothing then.
     virtual void makeOwn() = 0;
     // Gives all memory back.

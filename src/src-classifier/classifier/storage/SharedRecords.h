@@ -1,10 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <memory>
 #include <utility>
-#include <vector>
 
 namespace halvern::classifier::storage {
 
@@ -18,15 +18,15 @@ class SharedRecords {
 public:
     SharedRecords() = default;
     // May be changed in place, if nobody else does.
-    explicit SharedRecords(const std::shared_ptr<std::vector<Record>>& records) noexcept
-        : _owner(records), _first(records->data()), _size(records->size()) {}
+    SharedRecords(const std::shared_ptr<Record[]>& records, std::size_t size) noexcept
+        : _owner(records), _first(records.get()), _size(size) {}
     // The records lie in memory that lives as long as the owner.
     SharedRecords(std::shared_ptr<const void> owner, const Record* first, std::size_t size)
         : _owner(std::move(owner)), _first(first), _size(size), _isShared(true) {}
     // Of truncated records it makes a copy of exact size, so that the memory of what was dropped goes back.
     SharedRecords(const SharedRecords& other) {
         if (other._isTruncated) {
-            *this = SharedRecords(std::make_shared<std::vector<Record>>(other.begin(), other.end()));
+            *this = copyOf(other);
             return;
         }
         _owner = other._owner;
@@ -63,11 +63,22 @@ public:
     // Makes the records changeable, by a copy if need be. Throws std::bad_alloc and changes nothing then.
     void makeOwn() {
         if (isShared()) {
-            *this = SharedRecords(std::make_shared<std::vector<Record>>(begin(), end()));
+            *this = copyOf(*this);
         }
     }
 
+    // Memory of exactly that size for records that the caller sets.
+    static std::shared_ptr<Record[]> unsetRecords(std::size_t size) {
+        return std::shared_ptr<Record[]>(new Record[size]);
+    }
+
 private:
+    static SharedRecords copyOf(const SharedRecords& other) {
+        const std::shared_ptr<Record[]> records = unsetRecords(other.size());
+        std::copy(other.begin(), other.end(), records.get());
+        return SharedRecords(records, other.size());
+    }
+
     std::shared_ptr<const void> _owner;
     const Record* _first = nullptr;
     std::size_t _size = 0;

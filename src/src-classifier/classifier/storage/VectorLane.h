@@ -3,11 +3,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <vector>
 
 #include "classifier/storage/FreshRecords.h"
 #include "classifier/storage/LaneBase.h"
+#include "classifier/storage/PendingRecords.h"
 #include "classifier/storage/SharedRecords.h"
 #include "classifier/storage/SparseIndex.h"
 #include "classifier/storage/StorageTypes.h"
@@ -21,7 +23,8 @@ namespace halvern::classifier::storage {
 // 0 keeps its place until then, and the same key coming back takes it again.
 //
 // An array that a copy of the lane shares doesn't change. A record of it whose count changes gets into the
-// table as well, where it stands in front of the old one.
+// table as well, where it stands in front of the old one. Texts that are added to such a lane only wait in a
+// row until somebody asks: the lane has to be made anew by its next compaction anyway.
 template <std::size_t N>
 class VectorLane final : public LaneBase {
 public:
@@ -30,7 +33,9 @@ public:
     VectorLane(const VectorLane&) = default;
     VectorLane& operator=(const VectorLane&) = delete;
 
-    bool isCompact() const { return _permaDeleted == 0 && _temporary.size() == _freshDeleted; }
+    bool isCompact() const {
+        return _permaDeleted == 0 && _temporary.size() == _freshDeleted && _pending.empty();
+    }
 
     bool operator==(const LaneBase& other) const override;
     bool operator==(const VectorLane& other) const;
@@ -39,8 +44,11 @@ public:
     bool sub(std::string_view feature, std::uint16_t classIndex, std::uint32_t count,
              std::uint32_t& removed) override;
     void reserve(std::size_t changes) override;
-    std::uint32_t addAll(const FeatureCounts& features, std::uint16_t classIndex) override;
-    bool compact() override;
+    std::uint32_t addAll(const FeatureCounts& features, std::uint16_t classIndex,
+                         std::span<ClassEntry> classes) override;
+    void takeBack(const FeatureCounts& features, std::uint16_t classIndex) noexcept override;
+    void settle(std::span<ClassEntry> classes) override;
+    bool compact(std::span<ClassEntry> classes) override;
     void makeOwn() override;
     void clear() override;
     std::uint32_t find(std::string_view feature, std::uint16_t classIndex) const override;
@@ -57,7 +65,6 @@ public:
 private:
     using Record = FeatureRecord<N>;
     using Records = std::vector<Record>;
-    using Place = const Record*;
 
     static std::uint64_t firstWord(const char* feature);
     static void describe(const Record* records, std::size_t size, SparseIndex& index);
@@ -83,6 +90,11 @@ private:
     // Moves each place from the first record of its block to the first that isn't below the key.
     template <std::size_t Count>
     void findKeysInBlocks(const Record* const* keys, const Record** places) const;
+    // The first record of _permanent that isn't below it, for up to groupSize keys.
+    void findPlaces(const Record* const* keys, std::size_t count, const Record** places) const;
+    bool isAt(const Record* place, const Record& key) const {
+        return place != _permanent.end() && *place == key;
+    }
     // Where the count of a key is; both null for an unknown one.
     struct Target {
         std::uint32_t hash;
@@ -101,14 +113,13 @@ private:
     // What is looked for together when a text is added.
     static constexpr std::size_t groupSize = 32;
     FeatureRecords recordsFrom(const Record* first, const char* feature) const;
-    // The first record of _permanent at or behind from that isn't below the key.
-    Place firstNotBelow(const Record& key, Place from) const;
-    // Without the reserved places.
-    void appendLiving(Records& out, Place from, Place to) const;
+    // Copies records without the reserved places, and returns the end of the copy.
+    Record* copyLiving(const Record* from, const Record* to, Record* out) const;
     // Leaves the lane compact. Requires that nothing of _temporary is needed any more, and that no record of
     // _permanent has a count of 0.
     void dropFresh();
-    static void requireSound(const Record* records, std::size_t size, std::uint32_t classCount);
+    // Returns the largest count.
+    static std::uint32_t requireSound(const Record* records, std::size_t size, std::uint32_t classCount);
 
     SharedRecords<Record> _permanent;  // sorted by key, capacity equal to size when compacted
     SparseIndex _index;                // of _permanent
@@ -116,6 +127,8 @@ private:
     std::size_t _freshKnown = 0;       // records of _temporary that stand in front of one
     std::size_t _freshDeleted = 0;     // others of _temporary with a count of 0
     std::size_t _permaDeleted = 0;     // keys of _permanent that have come to a count of 0
+    PendingRecords<N> _pending;        // to be added; as long as there are some, _temporary is empty
+    std::uint32_t _largestCount = 0;   // no count of _permanent or _temporary is greater
 };
 
 // 32 lanes are the dearest thing to compile in this library; they are made once, in units of their own.

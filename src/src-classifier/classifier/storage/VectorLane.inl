@@ -189,11 +189,12 @@ std::size_t& VectorLane<N>::deletedLike(const Target& target, const Record& key)
 template <std::size_t N>
 bool VectorLane<N>::addTo(const Target& target, const Record& record) {
     const Record* const held = target.fresh != nullptr ? target.fresh : target.known;
+    const std::uint32_t count = record.parameter.count();
     if (held == nullptr) {
         _temporary.insert(record, target.hash);
+        _largestCount = std::max(_largestCount, count);
         return true;
     }
-    const std::uint32_t count = record.parameter.count();
     const std::uint32_t before = held->parameter.count();
     if (count > UINT32_MAX - before) {
         throw ClassifierException("Trying to train a feature into a class more than " +
@@ -201,6 +202,7 @@ bool VectorLane<N>::addTo(const Target& target, const Record& record) {
                                   " times. This is the largest count of a feature.");
     }
     changeable(target).parameter.add(count);
+    _largestCount = std::max(_largestCount, before + count);
     if (before == 0) {
         std::size_t& deleted = deletedLike(target, record);
         CHECK(deleted > 0, "Perma deleted is becomming zero.");
@@ -213,6 +215,7 @@ template <std::size_t N>
 bool VectorLane<N>::add(std::string_view feature, std::uint16_t classIndex, std::uint32_t count) {
     CHECK(feature.size() == N, "A feature has other than lane size");
     CHECK(count > 0, "Trying to add zero or below feature count");
+    CHECK(_pending.empty(), "The lane has not been settled since training");
     const Record record(feature, classIndex, count);
     return addTo(targetOf(record), record);
 }
@@ -222,6 +225,7 @@ bool VectorLane<N>::sub(std::string_view feature, std::uint16_t classIndex, std:
                         std::uint32_t& removed) {
     CHECK(feature.size() == N, "A feature has other than lane size");
     CHECK(count > 0, "Trying to sub zero or below feature count");
+    CHECK(_pending.empty(), "The lane has not been settled since training");
     removed = 0;
     const Record key(feature, classIndex, 0);
     const Target target = targetOf(key);
@@ -243,8 +247,19 @@ void VectorLane<N>::reserve(std::size_t changes) {
     _temporary.reserve(changes);
 }
 
+// A sum that could carry a count beyond 32 bits has to be refused at once, and what a class gains whose
+// stored totals contradict each other counts towards its limit at once.
 template <std::size_t N>
-std::uint32_t VectorLane<N>::addAll(const FeatureCounts& features, std::uint16_t classIndex) {
+std::uint32_t VectorLane<N>::addAll(const FeatureCounts& features, std::uint16_t classIndex,
+                                    std::span<ClassEntry> classes) {
+    const bool hasRoom = _largestCount + _pending.sum() + PendingRecords<N>::sumOf(features) <= UINT32_MAX;
+    const bool isUntouched = _temporary.empty() && _permaDeleted == 0;
+    if (_permanent.isShared() && isUntouched && hasRoom &&
+        classes[classIndex]._unique <= classes[classIndex]._count) {
+        _pending.append(features, classIndex);
+        return 0;
+    }
+    settle(classes);
     reserve(features.size);
     std::uint32_t added = 0;
     std::size_t done = 0;
@@ -262,20 +277,48 @@ std::uint32_t VectorLane<N>::addAll(const FeatureCounts& features, std::uint16_t
             }
         }
     } catch (...) {
-        for (std::size_t i = 0; i < done; ++i) {
-            std::uint32_t removed = 0;
-            sub({features.features[i], N}, classIndex, features.counts[i], removed);
-        }
+        takeBack({N, features.features, features.counts, done}, classIndex);
         throw;
     }
     return added;
 }
 
 template <std::size_t N>
+void VectorLane<N>::takeBack(const FeatureCounts& features, std::uint16_t classIndex) noexcept {
+    if (!_pending.empty()) {
+        _pending.takeBack(features);
+        return;
+    }
+    for (std::size_t i = 0; i < features.size; ++i) {
+        std::uint32_t removed = 0;
+        sub({features.features[i], N}, classIndex, features.counts[i], removed);
+    }
+}
+
+template <std::size_t N>
+void VectorLane<N>::settle(std::span<ClassEntry> classes) {
+    if (_pending.empty()) {
+        return;
+    }
+    const Records& records = _pending.combined();
+    reserve(records.size());
+    for (std::size_t done = 0; done < records.size();) {
+        Target targets[groupSize];
+        const std::size_t count = std::min(groupSize, records.size() - done);
+        findTargets(&records[done], count, targets);
+        for (std::size_t i = 0; i < count; ++i, ++done) {
+            if (addTo(targets[i], records[done])) {
+                classes[records[done].parameter.classIndex()].addUnique();
+            }
+        }
+    }
+    _pending.clear();
+}
+
+template <std::size_t N>
 void VectorLane<N>::findTargets(const Record* records, std::size_t count, Target* targets) {
     const Record* keys[groupSize]{};
-    const char* features[groupSize]{};
-    const Record* places[groupSize]{};
+    const Record* places[groupSize];
     std::size_t missing[groupSize];
     std::size_t size = 0;
     for (std::size_t i = 0; i < count; ++i) {
@@ -283,76 +326,92 @@ void VectorLane<N>::findTargets(const Record* records, std::size_t count, Target
         targets[i] = {hash, _temporary.find(records[i], hash), nullptr};
         if (targets[i].fresh == nullptr) {
             missing[size] = i;
-            features[size] = records[i].feature;
             keys[size++] = &records[i];
         }
     }
+    findPlaces(keys, size, places);
+    for (std::size_t i = 0; i < size; ++i) {
+        targets[missing[i]].known = isAt(places[i], *keys[i]) ? places[i] : nullptr;
+    }
+}
+
+template <std::size_t N>
+void VectorLane<N>::findPlaces(const Record* const* keys, std::size_t count, const Record** places) const {
     if (_permanent.empty()) {
+        std::fill_n(places, count, _permanent.end());
         return;
     }
-    forEachGroup(size, [&](auto group, std::size_t next) {
+    const char* features[groupSize];
+    for (std::size_t i = 0; i < count; ++i) {
+        features[i] = keys[i]->feature;
+    }
+    forEachGroup(count, [&](auto group, std::size_t next) {
         findBlocks<decltype(group)::value>(features + next, places + next);
     });
-    forEachGroup(size, [&](auto group, std::size_t next) {
+    forEachGroup(count, [&](auto group, std::size_t next) {
         findKeysInBlocks<decltype(group)::value>(keys + next, places + next);
     });
-    for (std::size_t i = 0; i < size; ++i) {
-        const bool isThere = places[i] != _permanent.end() && *places[i] == *keys[i];
-        targets[missing[i]].known = isThere ? places[i] : nullptr;
-    }
-}
-
-// A text brings few new records into a big lane, so the distance to the next one is found by ever wider
-// steps.
-template <std::size_t N>
-typename VectorLane<N>::Place VectorLane<N>::firstNotBelow(const Record& key, Place from) const {
-    const Place end = _permanent.end();
-    std::ptrdiff_t step = 1;
-    while (end - from > step && from[step - 1] < key) {
-        from += step;
-        step *= 2;
-    }
-    return std::lower_bound(from, from + std::min(step, end - from), key);
 }
 
 template <std::size_t N>
-void VectorLane<N>::appendLiving(Records& out, Place from, Place to) const {
+FeatureRecord<N>* VectorLane<N>::copyLiving(const Record* from, const Record* to, Record* out) const {
     if (_permaDeleted == 0) {
-        out.insert(out.end(), from, to);
-    } else {
-        std::copy_if(from, to, std::back_inserter(out),
-                     [](const Record& record) { return record.parameter.count() != 0; });
+        return std::copy(from, to, out);
     }
+    return std::copy_if(from, to, out, [](const Record& record) { return record.parameter.count() != 0; });
 }
 
-// Only the records of the table are sorted; they then join the others, which already are. All allocation
-// comes before the first change.
+// Only what is new is sorted; it then joins the others, which already are. All allocation comes before the
+// first change.
 template <std::size_t N>
-bool VectorLane<N>::compact() {
+bool VectorLane<N>::compact(std::span<ClassEntry> classes) {
     const bool isChanged = !isCompact();
     if (isChanged) {
-        const std::size_t newSize =
-            _permanent.size() - _permaDeleted + _temporary.size() - _freshKnown - _freshDeleted;
-        const auto merged = std::make_shared<Records>();
-        Records& tmp = *merged;
-        tmp.reserve(newSize);
-        SparseIndex index;
-        index.update(newSize, [](std::size_t) { return std::uint64_t{0}; });
-        Records fresh = _temporary.take();
-        std::sort(fresh.begin(), fresh.end());
-        Place old = _permanent.begin();
-        for (const Record& record : fresh) {
-            const Place next = firstNotBelow(record, old);
-            appendLiving(tmp, old, next);
-            old = next != _permanent.end() && *next == record ? next + 1 : next;
-            if (record.parameter.count() != 0) {
-                tmp.push_back(record);
+        const bool isAddition = !_pending.empty();
+        Records sorted;
+        if (!isAddition) {
+            sorted = _temporary.records();
+            sortRecords(sorted);
+        }
+        const Records& changes = isAddition ? _pending.combined() : sorted;
+        std::vector<const Record*> places(changes.size());
+        std::size_t newSize = _permanent.size() - _permaDeleted;
+        for (std::size_t done = 0; done < changes.size(); done += groupSize) {
+            const Record* keys[groupSize]{};
+            const std::size_t count = std::min(groupSize, changes.size() - done);
+            for (std::size_t i = 0; i < count; ++i) {
+                keys[i] = &changes[done + i];
+            }
+            findPlaces(keys, count, &places[done]);
+            for (std::size_t i = 0; i < count; ++i) {
+                const bool isNew = keys[i]->parameter.count() != 0 && !isAt(places[done + i], *keys[i]);
+                newSize += isNew ? 1 : 0;
             }
         }
-        appendLiving(tmp, old, _permanent.end());
-        CHECK(tmp.size() == newSize, "Unexpected size on new feature vector.");
-        describe(tmp.data(), newSize, index);
-        _permanent = SharedRecords<Record>(merged);
+        const auto merged = SharedRecords<Record>::unsetRecords(newSize);
+        SparseIndex index;
+        index.update(newSize, [](std::size_t) { return std::uint64_t{0}; });
+        const Record* old = _permanent.begin();
+        Record* out = merged.get();
+        for (std::size_t i = 0; i < changes.size(); ++i) {
+            Record record = changes[i];
+            out = copyLiving(old, places[i], out);
+            old = places[i];
+            if (isAt(old, record)) {
+                record.parameter.add(isAddition ? old->parameter.count() : 0);
+                ++old;
+            } else if (isAddition) {
+                classes[record.parameter.classIndex()].addUnique();
+            }
+            if (record.parameter.count() != 0) {
+                *out++ = record;
+            }
+            _largestCount = std::max(_largestCount, record.parameter.count());
+        }
+        out = copyLiving(old, _permanent.end(), out);
+        CHECK(out == merged.get() + newSize, "Unexpected size on new feature vector.");
+        describe(merged.get(), newSize, index);
+        _permanent = SharedRecords<Record>(merged, newSize);
         _index.swap(index);
     }
     dropFresh();
@@ -361,7 +420,8 @@ bool VectorLane<N>::compact() {
 
 template <std::size_t N>
 void VectorLane<N>::dropFresh() {
-    _temporary.take();
+    _temporary.clear();
+    _pending.clear();
     _freshKnown = 0;
     _freshDeleted = 0;
     _permaDeleted = 0;
@@ -377,6 +437,7 @@ void VectorLane<N>::clear() {
     _permanent = {};
     SparseIndex().swap(_index);
     dropFresh();
+    _largestCount = 0;
 }
 
 template <std::size_t N>
@@ -503,7 +564,7 @@ void VectorLane<N>::deserialize(util::database::DatabaseReader& reader, std::uin
     clear();
     const std::uint32_t count = reader.getNextPrimitive<std::uint32_t>();
     const Record* const records = reader.getNextRecords<Record>(count);
-    requireSound(records, count, classCount);
+    _largestCount = requireSound(records, count, classCount);
     if (count == 0) {
         return;
     }
@@ -518,14 +579,16 @@ void VectorLane<N>::deserialize(util::database::DatabaseReader& reader, std::uin
 // A lane that breaks one of these would fail a check in the midst of a later request, and end the process
 // with it. Nearly every lane is sound, so first all records are asked without a branch.
 template <std::size_t N>
-void VectorLane<N>::requireSound(const Record* records, std::size_t size, std::uint32_t classCount) {
+std::uint32_t VectorLane<N>::requireSound(const Record* records, std::size_t size, std::uint32_t classCount) {
     using util::database::DatabaseReaderException;
     std::uint32_t faults = 0;
+    std::uint32_t largest = 0;
     for (std::size_t i = 0; i < size; ++i) {
         const Parameter& parameter = records[i].parameter;
         faults |= i > 0 && !(records[i - 1] < records[i]) ? 1 : 0;
         faults |= parameter.classIndex() >= classCount ? 1 : 0;
         faults |= parameter.count() == 0 ? 1 : 0;
+        largest = std::max(largest, parameter.count());
     }
     for (std::size_t i = 0; faults != 0 && i < size; ++i) {
         if (i > 0 && !(records[i - 1] < records[i])) {
@@ -539,6 +602,7 @@ void VectorLane<N>::requireSound(const Record* records, std::size_t size, std::u
             throw DatabaseReaderException("The database is corrupt, a record has a count of 0.");
         }
     }
+    return largest;
 }
 
 template <std::size_t N>

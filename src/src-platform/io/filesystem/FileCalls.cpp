@@ -29,8 +29,12 @@ int FileCallsImpl::openat(int directory, const char* name) const noexcept {
 
 int FileCallsImpl::fchmod(int file, mode_t mode) const noexcept { return ::fchmod(file, mode); }
 
-ssize_t FileCallsImpl::write(int file, const char* bytes, std::size_t size) const noexcept {
-    return ::write(file, bytes, size);
+int FileCallsImpl::fallocate(int file, std::uint64_t size) const noexcept {
+    return ::fallocate(file, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(size));
+}
+
+ssize_t FileCallsImpl::writev(int file, std::span<const iovec> pieces) const noexcept {
+    return ::writev(file, pieces.data(), static_cast<int>(pieces.size()));
 }
 
 int FileCallsImpl::fsync(int file) const noexcept { return ::fsync(file); }

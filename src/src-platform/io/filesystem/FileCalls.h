@@ -2,8 +2,11 @@
 
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <span>
 
 namespace io::filesystem {
 
@@ -22,7 +25,9 @@ public:
     // Creates a file that must not exist yet, for writing.
     virtual int openat(int directory, const char* name) const noexcept = 0;
     virtual int fchmod(int file, mode_t mode) const noexcept = 0;
-    virtual ssize_t write(int file, const char* bytes, std::size_t size) const noexcept = 0;
+    // Reserves disk for so many bytes, without making the file longer.
+    virtual int fallocate(int file, std::uint64_t size) const noexcept = 0;
+    virtual ssize_t writev(int file, std::span<const iovec> pieces) const noexcept = 0;
     virtual int fsync(int file) const noexcept = 0;
     // Both names are in the directory. The flags are those of renameat2(2).
     virtual int renameat2(int directory, const char* from, const char* to, unsigned flags) const noexcept = 0;
@@ -37,7 +42,8 @@ public:
     int open(const char* name) const noexcept override;
     int openat(int directory, const char* name) const noexcept override;
     int fchmod(int file, mode_t mode) const noexcept override;
-    ssize_t write(int file, const char* bytes, std::size_t size) const noexcept override;
+    int fallocate(int file, std::uint64_t size) const noexcept override;
+    ssize_t writev(int file, std::span<const iovec> pieces) const noexcept override;
     int fsync(int file) const noexcept override;
     int renameat2(int directory, const char* from, const char* to, unsigned flags) const noexcept override;
     int unlinkat(int directory, const char* name) const noexcept override;

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <utility>
 
 namespace io::filesystem {
 
@@ -10,7 +11,11 @@ class ScopedDescriptor {
 public:
     explicit ScopedDescriptor(int descriptor) : _descriptor(descriptor) {}
     ScopedDescriptor(const ScopedDescriptor&) = delete;
-    ScopedDescriptor& operator=(const ScopedDescriptor&) = delete;
+    ScopedDescriptor(ScopedDescriptor&& other) noexcept : _descriptor(std::exchange(other._descriptor, -1)) {}
+    ScopedDescriptor& operator=(ScopedDescriptor&& other) noexcept {
+        std::swap(_descriptor, other._descriptor);
+        return *this;
+    }
     ~ScopedDescriptor();
 
     int get() const { return _descriptor; }

@@ -6,6 +6,7 @@
 #include "exceptions/Exception.h"
 #include "io/IOException.h"
 #include "io/filesystem/FileCalls.h"
+#include "io/filesystem/FileSystemHelper.h"
 #include "util/Bytes.h"
 #include "util/Pieces.h"
 
@@ -37,11 +38,14 @@ public:
     // fails may have added the beginning of the data.
     virtual void save(const std::string& name, const util::Bytes& data, std::uint32_t mode = 0) const = 0;
 
-    // The same as save in mode 0, for content that lies in pieces.
-    virtual void replace(const std::string& name, const util::Pieces& pieces) const {
+    // The same as save in mode 0, for content that lies in pieces. May give what still holds the old content,
+    // which has no name any more. To drop it frees memory and disk, and takes as long as it took to hand
+    // the new content to the system: for a moment when nobody waits.
+    virtual ScopedDescriptor replace(const std::string& name, const util::Pieces& pieces) const {
         util::Bytes data;
         pieces.appendTo(data);
         save(name, data);
+        return ScopedDescriptor(-1);
     }
 };
 
@@ -52,7 +56,7 @@ public:
     explicit SaveFileImpl(const FileCalls& calls = systemCalls());
     void save(const std::string& name, const util::Bytes& data, std::uint32_t mode = 0) const override;
     // Copies no large piece.
-    void replace(const std::string& name, const util::Pieces& pieces) const override;
+    ScopedDescriptor replace(const std::string& name, const util::Pieces& pieces) const override;
 
 private:
     const FileCalls& _calls;

@@ -16,6 +16,14 @@ namespace {
 
 using support::StoredClassifier;
 
+util::Bytes bytesOf(const FeatureSet& set) {
+    util::Pieces pieces;
+    set.serialize(pieces);
+    util::Bytes bytes;
+    pieces.appendTo(bytes);
+    return bytes;
+}
+
 // A feature set, and beside it the counts that it should hold.
 struct ModelledSet {
     FeatureSet set;
@@ -122,7 +130,13 @@ TEST(FeatureSetTest, BehavesAsMapsOfCounts) {
                 model.names.push_back("class" + std::to_string(random()));
                 model.set.addClass(model.names.back());
             }
-            for (unsigned step = random() % (round == 10 ? 2000 : 100); step > 0; --step) {
+            // Where a copy shares the records, groups that are added in a row are put off, few or many.
+            const std::unique_ptr<const FeatureSet> sharer(round % 2 == 1 ? new FeatureSet(model.set)
+                                                                          : nullptr);
+            const util::Bytes before = sharer ? bytesOf(*sharer) : util::Bytes();
+            const bool isLong = round % 10 == 3;
+            const unsigned others = isLong ? 100'000 : round % 4 == 1 ? 30 : 2;
+            for (unsigned step = random() % (isLong ? 4000 : 100); step > 0; --step) {
                 // Few letters at few places, so that keys come back often; the extreme bytes are among them.
                 std::string feature(length, 'm');
                 for (const std::size_t place : {std::size_t{0}, length / 2, length - 1}) {
@@ -130,8 +144,8 @@ TEST(FeatureSetTest, BehavesAsMapsOfCounts) {
                         feature[place] = "\0a\x7f\x80\xff"[random() % 5];
                     }
                 }
-                model.change(feature, model.names[random() % 4], 1 + random() % 3, random() % 2 == 0,
-                             random() % 2 == 0);
+                model.change(feature, model.names[random() % 4], 1 + random() % 3, random() % others != 0,
+                             random() % others == 0);
             }
             if (round % 3 == 0) {
                 FeatureSet copy(model.set);
@@ -141,6 +155,7 @@ TEST(FeatureSetTest, BehavesAsMapsOfCounts) {
             }
             model.set.compact();
             model.compare();
+            EXPECT_TRUE(!sharer || bytesOf(*sharer) == before);
             if (round % 5 == 4) {
                 // What comes and goes again leaves the set compact.
                 for (int i = 0; i < 2 && length > 0; ++i) {
@@ -163,13 +178,6 @@ TEST(FeatureSetTest, BehavesAsMapsOfCounts) {
 // All features of one text: new and known ones, more than are searched for together, with one in the last
 // place that has no room for more.
 TEST(FeatureSetTest, TakesAGroupOfFeaturesWholeOrNotAtAll) {
-    const auto bytesOf = [](const FeatureSet& set) {
-        util::Pieces pieces;
-        set.serialize(pieces);
-        util::Bytes bytes;
-        pieces.appendTo(bytes);
-        return bytes;
-    };
     std::vector<std::string> names;
     std::vector<const char*> features;
     for (int i = 0; i < 40; ++i) {
@@ -207,6 +215,31 @@ TEST(FeatureSetTest, TakesAGroupOfFeaturesWholeOrNotAtAll) {
         EXPECT_EQ(bytesOf(set), bytesOf(before));
         EXPECT_EQ(bytesOf(before), util::Bytes(whole.begin() + 16, whole.end()));
     }
+}
+
+// More than is kept in a row before it is combined.
+TEST(FeatureSetTest, CountsWhatIsAddedOverAndOver) {
+    FeatureSet set;
+    set.addClass("a");
+    set.addClass("b");
+    const char* const features[] = {"one", "two", "old"};
+    const std::uint32_t counts[] = {1, 2, 3};
+    const FeatureCounts old{3, features + 2, counts + 2, 1};
+    const FeatureCounts group{3, features, counts, 3};
+    set.addAll("b", {&old, 1});
+    set.compact();
+    const FeatureSet sharer(set);
+    const std::uint32_t times = 50'000;
+    for (std::uint32_t i = 0; i < times; ++i) {
+        set.addAll("b", {&group, 1});
+    }
+    set.compact();
+    EXPECT_EQ(set.classes()[1]._unique, 3u);
+    EXPECT_EQ(set.classes()[1]._count, 3 + 6 * times);
+    EXPECT_EQ(set.lane(3).find("one", 1), times);
+    EXPECT_EQ(set.lane(3).find("two", 1), 2 * times);
+    EXPECT_EQ(set.lane(3).find("old", 1), 3 + 3 * times);
+    EXPECT_EQ(set.lane(3).uniqueFeatures(), 3u);
 }
 
 }  // namespace halvern::classifier::storage
