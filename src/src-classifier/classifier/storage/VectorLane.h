@@ -68,6 +68,7 @@ private:
 
     static std::uint64_t firstWord(const char* feature);
     static void describe(const Record* records, std::size_t size, SparseIndex& index);
+    static void askFor(const Record* first, std::size_t bytes);
 
     // Finds the first record of the block in which each feature has to be searched.
     template <std::size_t Count>

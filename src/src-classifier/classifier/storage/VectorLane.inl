@@ -42,24 +42,28 @@ void VectorLane<N>::describe(const Record* records, std::size_t size, SparseInde
     index.update(size, [&](std::size_t i) { return firstWord(records[i].feature); });
 }
 
-// What a search costs is the wait for memory. Most lines of a block are asked for before it is searched, as
-// those that turn out not to be needed cost less than one wait for one that is.
+// Asks for the lines of memory behind the first one of so many bytes. What a search costs is the wait for
+// memory, and lines that turn out not to be needed cost less than one wait for one that is.
+template <std::size_t N>
+void VectorLane<N>::askFor(const Record* first, std::size_t bytes) {
+    constexpr std::size_t LINE = 64;
+    for (std::size_t offset = LINE; offset <= bytes; offset += LINE) {
+        __builtin_prefetch(reinterpret_cast<const char*>(first) + offset);
+    }
+}
+
 template <std::size_t N>
 template <std::size_t Count>
 void VectorLane<N>::findBlocks(const char* const* features, const Record** places) const {
-    constexpr std::size_t PARTS = 8;
     std::uint64_t words[Count];
     std::size_t begins[Count];
     for (std::size_t i = 0; i < Count; ++i) {
         words[i] = firstWord(features[i]);
     }
     _index.findBlocks(words, begins);
-    const std::size_t part = _index.blockLength() / PARTS;
     for (std::size_t i = 0; i < Count; ++i) {
         places[i] = _permanent.data() + begins[i];
-        for (std::size_t j = 1; j < PARTS; ++j) {
-            __builtin_prefetch(places[i] + j * part);
-        }
+        askFor(places[i], _index.blockLength() * sizeof(Record));
     }
 }
 
@@ -470,7 +474,8 @@ ParameterAccessor& VectorLane<N>::lookup(std::string_view feature, ParameterAcce
 
 template <std::size_t N>
 void VectorLane<N>::lookupAll(const char* const* features, std::size_t count, FeatureRecords* found) const {
-    constexpr std::size_t BATCH = 32;  // as much as memory can be asked for at once
+    constexpr std::size_t BATCH = 32;     // as much as memory can be asked for at once
+    constexpr std::size_t FURTHER = 192;  // bytes of a feature's records, which may go on behind the block
     CHECK(isCompact(), "The lane has not been compacted since training");
     if (_permanent.empty()) {
         std::fill_n(found, count, FeatureRecords{});
@@ -485,6 +490,9 @@ void VectorLane<N>::lookupAll(const char* const* features, std::size_t count, Fe
         });
         forEachGroup(size, [&](auto group, std::size_t next) {
             findInBlocks<decltype(group)::value>(batch + next, places + next);
+            for (std::size_t i = 0; i < decltype(group)::value; ++i) {
+                askFor(places[next + i], FURTHER);
+            }
         });
         for (std::size_t i = 0; i < size; ++i) {
             found[first + i] = recordsFrom(places[i], batch[i]);
