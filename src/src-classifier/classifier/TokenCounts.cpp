@@ -16,7 +16,7 @@ TokenCounts::Hash::Hash() {
 }
 
 // Most tokens leave the words in the middle empty. What those add then is known beforehand.
-std::uint32_t TokenCounts::Hash::operator()(const Token& token) const {
+inline std::uint32_t TokenCounts::Hash::operator()(const Token& token) const {
     const auto product = [&](std::size_t i) {
         const std::uint64_t word = token.words()[i];
         return (_keys[2 * i] + static_cast<std::uint32_t>(word)) * (_keys[2 * i + 1] + (word >> 32));
@@ -66,7 +66,7 @@ void TokenCounts::add(const Token& token) {
 }
 
 void TokenCounts::resize(std::size_t size) {
-    std::vector<Slot> slots(size);
+    std::pmr::vector<Slot> slots(size, &_memory);
     const std::size_t mask = slots.size() - 1;
     for (const Slot& old : _slots) {
         if (old.place == 0) {

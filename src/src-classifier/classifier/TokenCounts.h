@@ -4,9 +4,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <memory_resource>
 #include <string_view>
 #include <vector>
 
+#include "classifier/NearMemory.h"
 #include "classifier/Token.h"
 
 namespace halvern::classifier {
@@ -90,9 +92,14 @@ private:
     Entry entry(std::size_t index) const { return {_records[index].token.text(), _records[index].count}; }
     void resize(std::size_t slots);
 
+    // What the tokens of a text of some kilobytes need. Memory that is the same for text after text is in the
+    // caches, and costs no request for it.
+    static constexpr std::size_t nearSlots = 4096;
+
     const Hash& _hash;
-    std::vector<Slot> _slots;      // open addressing, a power of two long, at most half full
-    std::vector<Record> _records;  // in the order of first occurrence
+    NearMemory<nearSlots * sizeof(Slot) + nearSlots / 2 * sizeof(Record)> _memory;
+    std::pmr::vector<Slot> _slots{&_memory};      // open addressing, a power of two long, at most half full
+    std::pmr::vector<Record> _records{&_memory};  // in the order of first occurrence
 };
 
 }  // namespace halvern::classifier
