@@ -36,22 +36,24 @@ void addWordPair(const Token& first, const Token& second, TokenCounts& tokenCoun
     tokenCounts.add(Token::fromWord(first.head(length) | tail << (8 * length), size));
 }
 
-void addWords(std::string_view text, ReadableText::Case wish, const ByteSet& delimiters,
+template <class Delimiters>
+void addWords(std::string_view text, ReadableText::Case wish, const Delimiters& delimiters,
               std::size_t maxTokenSize, TokenCounts& tokenCounts) {
     const ReadableText readable(text, wish);
     tokenCounts.expectText(text.size() / 2);
-    forEachWord(readable.view(), delimiters, [&](std::string_view word) {
+    forEachWord(readable, delimiters, [&](std::string_view word) {
         tokenCounts.add(Token::fromReadable(word.data(), std::min(word.size(), maxTokenSize)));
     });
 }
 
 // The order of the tokens is part of the result: keywords and the last digits of probabilities depend on it.
-void addWordsPrefixesAndPairs(std::string_view text, const ByteSet& delimiters, std::size_t maxTokenSize,
+template <class Delimiters>
+void addWordsPrefixesAndPairs(std::string_view text, const Delimiters& delimiters, std::size_t maxTokenSize,
                               TokenCounts& tokenCounts) {
     const ReadableText readable(text, ReadableText::Case::FOLDED);
     tokenCounts.expectText(text.size());
     Token previous;
-    forEachWord(readable.view(), delimiters, [&](std::string_view run) {
+    forEachWord(readable, delimiters, [&](std::string_view run) {
         const Token word = Token::fromReadable(run.data(), std::min(run.size(), maxTokenSize));
         tokenCounts.add(word);
         addWordPair(previous, word, tokenCounts);

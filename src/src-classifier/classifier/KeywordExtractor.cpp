@@ -23,7 +23,7 @@ KeywordExtractor::KeywordExtractor(std::uint64_t maxTokenSize, bool lowerCase)
 
 void KeywordExtractor::extract(std::string_view text, TokenCounts& tokenCounts) const {
     const ReadableText readable(text, _lowerCase ? ReadableText::Case::FOLDED : ReadableText::Case::KEPT);
-    forEachWord(readable.view(), DELIMITERS, [&](std::string_view word) {
+    forEachWord(readable, DELIMITERS, [&](std::string_view word) {
         if (std::none_of(word.begin(), word.end(), isUnfitForXml)) {
             tokenCounts.add(word.substr(0, _maxTokenSize));
         }

@@ -71,6 +71,21 @@ TEST(FeatureExtractorTest, KnownTexts) {
     }
 }
 
+TEST(FeatureExtractorTest, WordsMayLieAnywhere) {
+    for (const std::size_t before : {0, 1, 61, 62, 63, 64, 65, 127, 128}) {
+        for (const std::size_t length : {1, 2, 3, 63, 64, 65, 128}) {
+            for (const std::size_t behind : {0, 1, 2, 63, 64}) {
+                const std::string word(length, 'w');
+                const std::string text = std::string(before, '.') + word + std::string(behind, ' ');
+                EXPECT_EQ(extracted(6, text), word.substr(0, 30))
+                    << before << ", " << length << ", " << behind;
+                EXPECT_EQ(extracted(6, text + ".x"), word.substr(0, 30) + "|x")
+                    << before << ", " << length << ", " << behind;
+            }
+        }
+    }
+}
+
 TEST(FeatureExtractorTest, EveryByteEndsAWordOrIsPartOfIt) {
     const struct {
         std::uint32_t version;
