@@ -40,6 +40,9 @@ Keywords noKeywords(0, 0.0);
 void selectKeyword(const Scoring& scoring, const storage::ParameterAccessor& accessor,
                    const TokenCounts::Entry& entry, const std::vector<storage::ClassEntry>& classes,
                    Keywords& keywords) {
+    if (keywords.limit() == 0) {
+        return;
+    }
     double best = keywords.minProbability();
     const storage::ClassEntry* strongest = nullptr;
     for (const storage::ClassEntry& candidate : classes) {
@@ -84,6 +87,19 @@ void forEachKnown(const TokenCounts& tokenCounts, const storage::FeatureSet& fea
             if (found[i].size > 0) {
                 visit(found[i], counts[i]);
             }
+        }
+    }
+}
+
+// Calls visit(accessor, entry) for each token that the classifier knows, in the order of the text, which
+// decides between keywords of equal share.
+template <class Visit>
+void forEachFound(const TokenCounts& tokenCounts, const storage::FeatureSet& features, Visit visit) {
+    storage::ParameterAccessor accessor(features.classes().size());
+    for (const TokenCounts::Entry entry : tokenCounts) {
+        features.lane(entry.token.size()).lookup(entry.token, accessor);
+        if (accessor.classes > 0) {
+            visit(accessor, entry);
         }
     }
 }
@@ -193,8 +209,18 @@ void ClassifierImpl::classifyKeywords(std::string_view text, Keywords& keywords)
     const KeywordExtractor extractor(_extractor->getMaxTokenSize(),
                                      _extractorVersion > EXTRACTOR_WITHOUT_FOLDING);
     extractor.extract(text, tokenCounts);
-    Classification unused;
-    classifyTokens(tokenCounts, unused, keywords);
+    if (_features.classes().empty() || !ProductWeights::areFor(_smoothing)) {
+        Classification unused;
+        classifyTokens(tokenCounts, unused, keywords);
+        return;
+    }
+    // Probabilities that nobody sees and that are valid for sure aren't worth their logarithms.
+    Scoring scoring(_features.classes(), _smoothing);
+    forEachFound(tokenCounts, _features,
+                 [&](const storage::ParameterAccessor& accessor, const TokenCounts::Entry& entry) {
+                     scoring.evaluate(accessor);
+                     selectKeyword(scoring, accessor, entry, _features.classes(), keywords);
+                 });
 }
 
 void ClassifierImpl::classifyTokens(const TokenCounts& tokenCounts, Classification& classification,
@@ -204,17 +230,11 @@ void ClassifierImpl::classifyTokens(const TokenCounts& tokenCounts, Classificati
         throw ClassifierException("Trying to classify a text before any classes have been added!");
     }
     Scoring scoring(classes, _smoothing);
-    storage::ParameterAccessor accessor(classes.size());
-    for (const TokenCounts::Entry entry : tokenCounts) {
-        _features.lane(entry.token.size()).lookup(entry.token, accessor);
-        if (accessor.classes == 0) {
-            continue;
-        }
-        scoring.add(accessor, entry.count);
-        if (keywords.limit() > 0) {
-            selectKeyword(scoring, accessor, entry, classes, keywords);
-        }
-    }
+    forEachFound(tokenCounts, _features,
+                 [&](const storage::ParameterAccessor& accessor, const TokenCounts::Entry& entry) {
+                     scoring.add(accessor, entry.count);
+                     selectKeyword(scoring, accessor, entry, classes, keywords);
+                 });
     answer(tokenCounts, scoring.found(), scoring.probabilities(), classification);
 }
 

@@ -71,17 +71,23 @@ Scoring::Scoring(const std::vector<storage::ClassEntry>& classes, double smoothi
     boostsOf(classes, _classBoost.data(), _otherBoost.data());
 }
 
-void Scoring::add(const storage::ParameterAccessor& token, std::uint32_t occurrences) {
-    _found += 1.0;
+void Scoring::evaluate(const storage::ParameterAccessor& token) {
     if (_classCount == 2) {
         evaluatePair(token);
     } else {
-        evaluate(token);
+        evaluateMany(token);
     }
     _valueSum = 0.0;
+    for (const double value : _tokenValue) {
+        _valueSum += value;
+    }
+}
+
+void Scoring::add(const storage::ParameterAccessor& token, std::uint32_t occurrences) {
+    _found += 1.0;
+    evaluate(token);
     const double weight = occurrences;
     for (std::size_t i = 0; i < _classCount; ++i) {
-        _valueSum += _tokenValue[i];
         _logScore[i] += std::log(_tokenValue[i]) * weight;
         // Once for each class, not for each token: the sharpness was chosen together with this.
         _squares += weight * weight;
@@ -95,7 +101,7 @@ void Scoring::evaluatePair(const storage::ParameterAccessor& token) {
     }
 }
 
-void Scoring::evaluate(const storage::ParameterAccessor& token) {
+void Scoring::evaluateMany(const storage::ParameterAccessor& token) {
     const double rarity = rarityOf(_classCount, token.classes);
     // Added up anew because the accessor's total wraps at 32 bits. Below 2^53 the sum is exact as a double.
     std::uint64_t everywhere = 0;

@@ -34,7 +34,9 @@ public:
     // Requires at least one class.
     Scoring(const std::vector<storage::ClassEntry>& classes, double smoothing);
 
-    // Takes in a token that occurs so many times in the text. Requires that at least one class holds it.
+    // Finds out how strongly a token speaks for each class. Requires that at least one class holds it.
+    void evaluate(const storage::ParameterAccessor& token);
+    // The same for a token that occurs so many times in the text, which it takes in.
     void add(const storage::ParameterAccessor& token, std::uint32_t occurrences);
 
     // How strongly the last token speaks for each class, and the sum of these values.
@@ -49,7 +51,7 @@ public:
 
 private:
     void evaluatePair(const storage::ParameterAccessor& token);
-    void evaluate(const storage::ParameterAccessor& token);
+    void evaluateMany(const storage::ParameterAccessor& token);
 
     std::size_t _classCount;
     double _smoothing;
