@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <random>
 #include <utility>
 #include <vector>
 
@@ -20,9 +21,12 @@ public:
     std::size_t size() const { return _records.size(); }
 
     // What finds a key. To be computed once where a search may lead to an insert.
+    //
+    // The factor is drawn once for each process, so that words can't be chosen whose searches all begin at
+    // the same slots (Dietzfelbinger et al., "A reliable randomized algorithm for the closest-pair problem":
+    // of the product of a random odd number, the highest bits).
     static std::uint32_t hashOf(const Record& key) {
-        // The hash of the key is weak in its low bits, which say where the search for a slot begins.
-        return static_cast<std::uint32_t>(key.hash() * 0x9e3779b97f4a7c15u >> 32);
+        return static_cast<std::uint32_t>(key.hash() * _factor >> 32);
     }
 
     // The record of that key, or null. Good until the next insert or clear.
@@ -71,10 +75,20 @@ private:
 
     static constexpr std::size_t FEWEST_SLOTS = 16;
 
+    static std::uint64_t oddRandomNumber() {
+        std::random_device random;
+        return static_cast<std::uint64_t>(random()) << 32 | random() | 1;
+    }
+
+    // Where the search for a key begins.
+    static std::size_t firstSlot(std::uint32_t hash, const std::vector<Slot>& slots) {
+        return static_cast<std::size_t>(std::uint64_t{hash} * slots.size() >> 32);
+    }
+
     // Where the record of that key is, or would go. Requires a free slot.
     std::size_t slotOf(const Record& key, std::uint32_t hash) const {
         const std::size_t mask = _slots.size() - 1;
-        std::size_t slot = hash & mask;
+        std::size_t slot = firstSlot(hash, _slots);
         while (_slots[slot].place != 0 &&
                (_slots[slot].hash != hash || !(_records[_slots[slot].place - 1] == key))) {
             slot = (slot + 1) & mask;
@@ -87,7 +101,7 @@ private:
         const std::size_t mask = size - 1;
         for (const Slot& old : _slots) {
             if (old.place != 0) {
-                std::size_t slot = old.hash & mask;
+                std::size_t slot = firstSlot(old.hash, slots);
                 while (slots[slot].place != 0) {
                     slot = (slot + 1) & mask;
                 }
@@ -96,6 +110,8 @@ private:
         }
         _slots.swap(slots);
     }
+
+    static inline const std::uint64_t _factor = oddRandomNumber();
 
     std::vector<Record> _records;
     std::vector<Slot> _slots;  // open addressing, a power of two long, at most half full
