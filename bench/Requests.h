@@ -1,43 +1,11 @@
 #pragma once
 
-#include <memory>
 #include <string>
 
-#include "io/filesystem/ExistsFile.h"
-#include "io/filesystem/LoadFile.h"
-#include "io/filesystem/RemoveFile.h"
-#include "io/filesystem/SaveFile.h"
-#include "io/filesystem/SizeFile.h"
-#include "platform/memory/MemoryStatus.h"
-#include "server/ClassifierCallbackFactoryImpl.h"
-#include "server/ClassifierFactoryImpl.h"
-#include "server/EmptyXmlHookImpl.h"
-#include "server/JobDistribution.h"
-#include "server/Log.h"
-#include "server/XmlClassifier.h"
-#include "server/XmlErrorResponseImpl.h"
-#include "server/XmlResponseImpl.h"
-#include "windows/com/xml/Document.h"
-#include "windows/com/xml/Library.h"
-#include "windows/com/xml/SchemaCache.h"
+#include "bench/Composition.h"
 
 // The road of a request from its bytes to the bytes of its answer, without sockets and without a disk.
 namespace bench {
-
-using namespace halvern::morvane;
-
-class SilentLog final : public Log {
-public:
-    using Log::assertion;
-    using Log::error;
-    using Log::log;
-    using Log::test;
-    void log(const std::string&) noexcept override {}
-    void error(const std::string&) noexcept override {}
-    void test(const std::string&) noexcept override {}
-    void assertion(const std::string&, const std::string&, const std::string&,
-                   std::uint32_t) noexcept override {}
-};
 
 // A disk that takes everything and has nothing, so that only the server's own work is measured.
 class NoDisk final : public io::filesystem::LoadFile,
@@ -55,11 +23,6 @@ public:
 
 struct Requests {
     Requests() {
-        windows::com::xml::Document document;
-        document.load(MORVANE_SCHEMAS "/server/RequestSchema.xsd");
-        schemas.add(document, document.getTargetNamespace());
-        factory = std::make_unique<XmlClassifierFactoryImpl>(table, responses, errors, hooks, schemas,
-                                                             document.getTargetNamespace(), "root", log);
         answer(request("<texts>" + text(0) + text(1) + "</texts>",
                        "<writeCalls classifierName='news'><create id='c'/><addClass id='a' className='one'/>"
                        "<addClass id='b' className='two'/><train id='t' className='one' textId='0'/>"
@@ -98,22 +61,12 @@ struct Requests {
     // False if the request failed; a benchmark of failures would be fast and wrong.
     bool answer(const std::string& bytes) {
         std::string out;
-        factory->create()->handle(out, bytes);
+        server.factory->create()->handle(out, bytes);
         return out.find("success=\"true\"") != std::string::npos;
     }
 
-    windows::com::xml::Library library;
-    SilentLog log;
     NoDisk disk;
-    platform::memory::MemoryStatusImpl memory;
-    ClassifierFactoryImpl classifiers;
-    ClassifierCallbackFactoryImpl callbacks{log};
-    JobDistributionImpl table{classifiers, memory, disk, disk, disk, disk, disk, callbacks, "root", log};
-    XmlResponseFactoryImpl responses{"http://morvane.example/1/server/ResponseSchema"};
-    XmlErrorResponseFactoryImpl errors{"http://morvane.example/1/server/ResponseSchema", "1.01"};
-    EmptyXmlHookFactoryImpl hooks;
-    windows::com::xml::SchemaCache schemas;
-    std::unique_ptr<XmlClassifierFactoryImpl> factory;
+    Composition server{{disk, disk, disk, disk, disk}, "root"};
 };
 
 }  // namespace bench

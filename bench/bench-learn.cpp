@@ -26,6 +26,7 @@
 #include <utility>
 #include <vector>
 
+#include "bench/Composition.h"
 #include "bench/Samples.h"
 #include "io/filesystem/ExistsFile.h"
 #include "io/filesystem/LoadFile.h"
@@ -35,23 +36,11 @@
 #include "net/server/ThreadServer.h"
 #include "net/socket/ClientSocketImpl.h"
 #include "net/socket/SocketStreamImpl.h"
-#include "platform/memory/MemoryStatus.h"
 #include "platform/thread/ThreadFactoryImpl.h"
-#include "server/ClassifierCallbackFactoryImpl.h"
-#include "server/ClassifierFactoryImpl.h"
 #include "server/ClassifyConnection.h"
 #include "server/ConnectionParams.h"
-#include "server/EmptyXmlHookImpl.h"
-#include "server/JobDistribution.h"
-#include "server/Log.h"
 #include "server/TerminateHandlerImpl.h"
-#include "server/XmlClassifier.h"
-#include "server/XmlErrorResponseImpl.h"
-#include "server/XmlResponseImpl.h"
 #include "util/Base64.h"
-#include "windows/com/xml/Document.h"
-#include "windows/com/xml/Library.h"
-#include "windows/com/xml/SchemaCache.h"
 #include "windows/net/winsock/WinsockErrors.h"
 
 using namespace halvern::morvane;
@@ -65,37 +54,16 @@ using bench::Samples;
 constexpr std::size_t BATCH = 1000;
 constexpr int PASSES = 7;
 
-class SilentLog final : public Log {
-public:
-    using Log::assertion;
-    using Log::error;
-    using Log::log;
-    using Log::test;
-    void log(const std::string&) noexcept override {}
-    void error(const std::string&) noexcept override {}
-    void test(const std::string&) noexcept override {}
-    void assertion(const std::string&, const std::string&, const std::string&,
-                   std::uint32_t) noexcept override {}
-};
-
 [[noreturn]] void giveUp(const std::string& text) {
     std::fprintf(stderr, "%s\n", text.c_str());
     std::exit(1);
 }
 
-// The server as the program composes it, without its log.
 class Server {
 public:
-    explicit Server(const std::string& root) : _root(root) {
-        windows::com::xml::Document document;
-        document.load(MORVANE_SCHEMAS "/server/RequestSchema.xsd");
-        _schemas.add(document, document.getTargetNamespace());
-        _factory = std::make_unique<XmlClassifierFactoryImpl>(_table, _responses, _errors, _hooks, _schemas,
-                                                              document.getTargetNamespace(), _root, _log);
-        _params = std::make_unique<ConnectionParams>(
-            ConnectionParams{UINT64_MAX, _log, *_factory, _errors, _terminateHandler});
-        _server = std::make_unique<ThreadServer>(_threads, 0, 8, 64, _params.get(), nullptr,
-                                                 net::socket::IdleBounds{});
+    explicit Server(const std::string& root) : _inside({_load, _save, _exists, _size, _remove}, root) {
+        _server =
+            std::make_unique<ThreadServer>(_threads, 0, 8, 64, &_params, nullptr, net::socket::IdleBounds{});
         _server->start();
     }
     Server(const Server&) = delete;
@@ -124,26 +92,15 @@ public:
 private:
     using ThreadServer = net::server::ThreadServer<ClassifyConnection, const ConnectionParams*>;
 
-    const std::string _root;
-    windows::com::xml::Library _library;
-    SilentLog _log;
     io::filesystem::LoadFileImpl _load;
     io::filesystem::SaveFileImpl _save;
     io::filesystem::ExistsFileImpl _exists;
     io::filesystem::SizeFileImpl _size;
     io::filesystem::RemoveFileImpl _remove;
-    platform::memory::MemoryStatusImpl _memory;
-    ClassifierFactoryImpl _classifiers;
-    ClassifierCallbackFactoryImpl _callbacks{_log};
-    JobDistributionImpl _table{_classifiers, _memory, _load,      _save, _exists,
-                               _size,        _remove, _callbacks, _root, _log};
-    XmlResponseFactoryImpl _responses{"http://morvane.example/1/server/ResponseSchema"};
-    XmlErrorResponseFactoryImpl _errors{"http://morvane.example/1/server/ResponseSchema", "1.01"};
-    EmptyXmlHookFactoryImpl _hooks;
-    windows::com::xml::SchemaCache _schemas;
-    std::unique_ptr<XmlClassifierFactoryImpl> _factory;
-    TerminateHandlerImpl _terminateHandler{_log};
-    std::unique_ptr<ConnectionParams> _params;
+    bench::Composition _inside;
+    TerminateHandlerImpl _terminateHandler{_inside.log};
+    const ConnectionParams _params{UINT64_MAX, _inside.log, *_inside.factory, _inside.errors,
+                                   _terminateHandler};
     platform::thread::ThreadFactoryImpl _threads;
     std::unique_ptr<ThreadServer> _server;
     const windows::net::winsock::WinsockErrors _mapper;
