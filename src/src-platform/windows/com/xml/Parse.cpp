@@ -52,6 +52,7 @@ void startElement(void* context, const xmlChar* name, const xmlChar* prefix, con
                           attributeParts);
     const auto& parser = *static_cast<xmlParserCtxt*>(context);
     if (parser.node != nullptr) {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): the library has no other field for its users
         parser.node->_private = reinterpret_cast<void*>(static_cast<std::intptr_t>(parser.input->line));
     }
 }
