@@ -26,9 +26,9 @@
 #include "server/ClassifierFactoryImpl.h"
 #include "stress/Calls.h"
 #include "stress/Main.h"
+#include "stress/Wire.h"
 #include "support/RecordingLog.h"
 #include "system/Program.h"
-#include "system/Wire.h"
 
 namespace {
 
@@ -114,7 +114,7 @@ private:
         if (response.find("</morvane>") == std::string::npos) {
             throw std::runtime_error("cut off");
         }
-        if (!systemtest::parse(response).success) {
+        if (!systemtest::parse(response).isSuccess()) {
             throw Failure("A sequence failed that should not.\n" + request + "\n" + response);
         }
         classifier.acknowledged = std::move(classifier.pending);
@@ -332,7 +332,7 @@ private:
     }
 
     static void checkAnswer(std::uint16_t port, const Owned& classifier) {
-        std::map<std::string, systemtest::ClassCounts> expected;
+        systemtest::Classes expected;
         if (classifier.acknowledged) {
             for (const auto& entry : classifier.acknowledged->getInformation()) {
                 expected[entry.name] = {entry.uniqueFeatures, entry.totalCount};

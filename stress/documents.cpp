@@ -18,8 +18,8 @@
 #include "server/Memory.h"
 #include "stress/Main.h"
 #include "stress/Trace.h"
+#include "stress/Wire.h"
 #include "system/Program.h"
-#include "system/Wire.h"
 
 namespace {
 
@@ -243,7 +243,7 @@ public:
         const Answer made =
             ask(_server.port(),
                 request(writeCalls("c", "<create id=\"1\"/><addClass id=\"2\" className=\"x\"/>")));
-        if (!made.success && made.message.find("already exists") == std::string::npos) {
+        if (!made.isSuccess() && made.message().find("already exists") == std::string::npos) {
             throw std::runtime_error("The classifier can't be made.");
         }
     }
@@ -262,8 +262,8 @@ public:
         const Answer answer = ask(_server.port(), document);
         // It gives everything back before its client is counted as gone.
         eventually([&] { return threads() <= _threads; });
-        return {answer.code, static_cast<std::int64_t>(document.size()), status("VmHWM:") - memoryBefore,
-                seconds() - secondsBefore};
+        return {answer.statusCode(), static_cast<std::int64_t>(document.size()),
+                status("VmHWM:") - memoryBefore, seconds() - secondsBefore};
     }
     Server& server() { return _server; }
 
@@ -329,7 +329,7 @@ bool measure(std::int64_t size, bool judgesTime) {
     }
     for (const std::string& document : encodings()) {
         const bool taken = document.starts_with("<?xml") || document.starts_with("\xEF\xBB\xBF");
-        if (ask(patient.server().port(), document).code != (taken ? 2000 : 4000)) {
+        if (ask(patient.server().port(), document).statusCode() != (taken ? 2000 : 4000)) {
             std::printf("WRONG ANSWER: %s\n", document.substr(0, 60).c_str());
             good = false;
         }

@@ -29,10 +29,10 @@
 #include "server/XmlResponseImpl.h"
 #include "stress/History.h"
 #include "stress/Main.h"
+#include "stress/Wire.h"
 #include "support/MemoryFiles.h"
 #include "support/RecordingLog.h"
 #include "support/Xml.h"
-#include "system/Wire.h"
 
 namespace {
 

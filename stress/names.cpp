@@ -13,8 +13,8 @@
 
 #include "stress/Main.h"
 #include "stress/Trace.h"
+#include "stress/Wire.h"
 #include "system/Program.h"
-#include "system/Wire.h"
 
 namespace {
 
@@ -204,12 +204,12 @@ int run() {
                   request(texts(text("t", "word")) + writeCalls(form, train)),
                   request(readCalls(information(form))), request(writeCalls(form, "<remove id=\"1\"/>"))}) {
                 const Answer answer = ask(server.port(), attempt);
-                if (answer.code != 2000 && answer.code != 4000) {
-                    std::printf("'%s' was answered with %d: %s\n", form.c_str(), answer.code,
-                                answer.message.c_str());
+                if (answer.statusCode() != 2000 && answer.statusCode() != 4000) {
+                    std::printf("'%s' was answered with %d: %s\n", form.c_str(), answer.statusCode(),
+                                answer.message().c_str());
                     return 1;
                 }
-                ++(answer.success ? taken : refused);
+                ++(answer.isSuccess() ? taken : refused);
             }
         }
     }

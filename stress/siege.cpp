@@ -23,9 +23,9 @@
 #include <vector>
 
 #include "stress/Main.h"
+#include "stress/Wire.h"
 #include "support/Descriptors.h"
 #include "system/Program.h"
-#include "system/Wire.h"
 
 namespace {
 
@@ -275,8 +275,8 @@ void teach(std::uint16_t port) {
     }
     const systemtest::Answer wide =
         systemtest::ask(port, systemtest::request(systemtest::writeCalls("wide", classes)));
-    if (!answer.success || !wide.success) {
-        throw std::runtime_error(answer.message + wide.message);
+    if (!answer.isSuccess() || !wide.isSuccess()) {
+        throw std::runtime_error(answer.message() + wide.message());
     }
 }
 

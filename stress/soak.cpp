@@ -25,9 +25,9 @@
 #include <utility>
 
 #include "stress/Main.h"
+#include "stress/Wire.h"
 #include "support/Descriptors.h"
 #include "system/Program.h"
-#include "system/Wire.h"
 
 namespace {
 
@@ -115,8 +115,10 @@ private:
             default:
                 Answer answer;
                 if (answered(2000, read, &answer)) {
-                    for (const auto& [id, result] : answer.results) {
-                        demand(result.best() == CLASSES[std::stoul(id) % 2], "A text went to another class.");
+                    for (unsigned i = 0; i < 10; ++i) {
+                        const halvern::morvane::client::Classified& result =
+                            answer.classification(std::to_string(i));
+                        demand(result.best().className == CLASSES[i % 2], "A text went to another class.");
                     }
                 }
         }
@@ -155,13 +157,13 @@ private:
                 throw;
             }
         }
-        demand(_mayFail || code == 0 || answer.code == code,
-               "Expected " + std::to_string(code) + ", got " + std::to_string(answer.code) + ": " +
-                   answer.message + "\n" + bytes.substr(0, 2000));
+        demand(_mayFail || code == 0 || answer.statusCode() == code,
+               "Expected " + std::to_string(code) + ", got " + std::to_string(answer.statusCode()) + ": " +
+                   answer.message() + "\n" + bytes.substr(0, 2000));
         if (whole != nullptr) {
             *whole = answer;
         }
-        return answer.code == code;
+        return answer.statusCode() == code;
     }
 
     const std::uint16_t _port;
@@ -297,8 +299,8 @@ private:
             "textId=\"t\"/>";
         std::string sequence = request(texts(text("t", "word")) + writeCalls("limited", calls));
         sequence.replace(sequence.find("<writeCalls"), 11, "<writeCalls maxSize=\"much\"");
-        demand(ask(_server->port(), sequence).code == 5000, "A limit that is no number was taken.");
-        Connection connection(_server->port());
+        demand(ask(_server->port(), sequence).statusCode() == 5000, "A limit that is no number was taken.");
+        support::LoopbackClient connection(_server->port());
         connection.send("<morvane>");
         connection.reset();
     }
@@ -312,7 +314,8 @@ private:
         fs::resize_file(_installation.classifier("huge"), 1ULL << 40);
     }
     void askHugeFile() {
-        demand(ask(_server->port(), request(readCalls(information("huge")))).code == 5000, "It was loaded.");
+        demand(ask(_server->port(), request(readCalls(information("huge")))).statusCode() == 5000,
+               "It was loaded.");
     }
     void removeHugeFile() { fs::remove(_installation.classifier("huge")); }
 

@@ -1,129 +1,133 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "system/Program.h"
 #include "system/Wire.h"
 
-// The client as people start it, with the server as operators start it.
+// The client as people start it, with the server as operators start it. What guides show isn't here.
 namespace systemtest {
 namespace {
 
-using testing::AllOf;
-using testing::ContainsRegex;
-using testing::HasSubstr;
-
 class ClientTest : public testing::Test {
 protected:
-    // The address goes the way of the environment, which no unit test sees.
-    std::unique_ptr<Process> start(std::vector<std::string> arguments, std::uint16_t port) {
-        support::writeFile(_folder.file("output"), "");
-        const std::string address = "localhost:" + std::to_string(port);
-        return std::make_unique<Process>(MORVANE_CLIENT, std::move(arguments), _folder.file("output"), [&] {
-            ::setenv("MORVANE_SERVER", address.c_str(), 1);
-            ::setenv("HOME", _folder.path().c_str(), 1);
-            ::unsetenv("XDG_CONFIG_HOME");
-            const int input = ::open(_folder.file("input").c_str(), O_RDONLY);
-            ::dup2(input, STDIN_FILENO);
+    std::unique_ptr<Process> client(const std::vector<std::string>& arguments) const {
+        return std::make_unique<Process>(MORVANE_CLIENT, arguments, _folder.file("output.txt"), [&] {
+            ::setenv("MORVANE_SERVER", ("localhost:" + std::to_string(_server->port())).c_str(), 1);
+            ::setenv("XDG_STATE_HOME", _folder.path().c_str(), 1);
+            ::signal(SIGINT, SIG_DFL);  // a shell that runs tests in the background has it ignored
         });
     }
+    std::string output() const { return support::readFile(_folder.file("output.txt")); }
 
-    int run(std::vector<std::string> arguments, std::uint16_t port) {
-        return start(std::move(arguments), port)->wait();
-    }
-
-    std::string output() const { return support::readFile(_folder.file("output")); }
-
-    support::TempDir _folder;
+    const Installation _installation;
+    std::unique_ptr<Server> _server = std::make_unique<Server>(_installation);
+    const support::TempDir _folder;
 };
 
-TEST_F(ClientTest, AClassifierLivesFromCreateToRemove) {
-    const Installation installation;
-    const Server server(installation);
-    const std::uint16_t port = server.port();
-    support::writeFile(_folder.file("input"), "the house on the hill\nthe mouse in the house\n");
-    support::writeFile(_folder.file("swedish.txt"), "huset vid sj\xC3\xB6n \xC3\xA4r r\xC3\xB6tt");
-    const std::string name = "spr\xC3\xA5k";
-
-    EXPECT_EQ(run({"create", name, "english", "swedish", "gone"}, port), 0) << output();
-    EXPECT_EQ(run({"train", name, "english", "--lines", "-"}, port), 0) << output();
-    EXPECT_EQ(output(), "Trained english of " + name + " with 2 texts.\n");
-    EXPECT_EQ(run({"train", name, "swedish", _folder.file("swedish.txt"), "-t", "huset"}, port), 0)
-        << output();
-    EXPECT_EQ(run({"untrain", name, "swedish", "-t", "huset"}, port), 0) << output();
-    EXPECT_EQ(run({"remove-class", name, "gone"}, port), 0) << output();
-    EXPECT_EQ(classesOf(port, name)["swedish"].totalCount, classesOf(port, name)["swedish"].uniqueFeatures);
-    EXPECT_EQ(run({"info", name}, port), 0);
-    EXPECT_THAT(output(),
-                AllOf(HasSubstr("english"), HasSubstr("swedish"), ContainsRegex("FEATURES +OCCURRENCES")));
-    EXPECT_EQ(run({"classify", name, "-t", "a house", "-t", "huset \xC3\xA4r"}, port), 0);
-    EXPECT_THAT(output(),
-                AllOf(ContainsRegex("text 1 +english +0\\.99"), ContainsRegex("text 2 +swedish +1\\.0")));
-    EXPECT_EQ(run({"keywords", name, "-t", "sj\xC3\xB6n", "--json"}, port), 0);
-    EXPECT_THAT(output(), HasSubstr("\"word\": \"sj\xC3\xB6n\""));
-    EXPECT_EQ(run({"bench", name, "-t", "a house", "--clients", "2", "--requests", "10"}, port), 0);
-    EXPECT_THAT(output(), HasSubstr("answers       10 in"));
-
-    // All or nothing: the first class of the sequence isn't added either.
-    EXPECT_EQ(run({"add-class", name, "danish", "english"}, port), 1);
-    EXPECT_THAT(output(), AllOf(HasSubstr("(4000) to add class english."),
-                                HasSubstr("already existing class"), HasSubstr("There is nothing to do")));
-    EXPECT_EQ(classesOf(port, name).count("danish"), 0U);
-    support::writeFile(_folder.file("input"), request(readCalls(information(name))));
-    EXPECT_EQ(run({"request", "-"}, port), 0);
-    EXPECT_EQ(parse(output()).results["i"].classes, classesOf(port, name));
-    EXPECT_EQ(run({"remove", name}, port), 0);
-    EXPECT_EQ(run({"info", name}, port), 1);
-    EXPECT_THAT(output(), HasSubstr("could not be found"));
+// Texts of words from a small dictionary, so that many come twice and totals look alike.
+std::string randomTexts(std::mt19937& random, int count) {
+    std::string all;
+    for (int i = 0; i < count; ++i) {
+        all += "class" + std::to_string(random() % (1 + static_cast<unsigned>(i) / 400)) + "\t";
+        for (unsigned words = random() % 8; words > 0; --words) {
+            all += "w" + std::to_string(random() % 300) + " ";
+        }
+        all += "\n";
+    }
+    return all;
 }
 
-TEST_F(ClientTest, WhatIsTooMuchForTheServerIsToldWithTheWayOut) {
-    const Installation installation;
-    Server server(installation, {.maxInput = "1000"});
-    EXPECT_EQ(run({"classify", "any", "-t", std::string(5000, 'x')}, server.port()), 1);
-    EXPECT_THAT(output(), AllOf(HasSubstr("(4013) to classify text."), HasSubstr("maxInput"),
-                                HasSubstr("morvane import")));
-    server.stop();
-    EXPECT_EQ(run({"info", "any"}, server.port()), 3);
-    EXPECT_THAT(output(), HasSubstr("No server listens"));
+TEST_F(ClientTest, EachTextIsLearnedOnceThroughKillsOfClientAndServer) {
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    support::writeFile(_folder.file("texts.tsv"), randomTexts(random, 3000));
+    const auto arguments = [&](const std::string& classifier) {
+        return std::vector<std::string>{
+            "import", classifier,  _folder.file("texts.tsv"), "--create", "--batch", "50", "--retries",
+            "3",      "--journal", _folder.file("journal")};
+    };
+    ASSERT_EQ(client(arguments("straight"))->wait(), 0) << output();
+
+    // The server of the next life has another port, to which only a new client finds.
+    int lives = 0;
+    for (bool isDone = false; !isDone; ++lives) {
+        const auto process = client(arguments("killed"));
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(random() % 100);
+        const bool isLeftAlone = lives >= 40;
+        while (!process->hasEnded() && (isLeftAlone || std::chrono::steady_clock::now() < end)) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        isDone = process->hasEnded();
+        if (isDone) {
+            ASSERT_EQ(process->wait(), 0) << output();
+        } else if (lives % 4 == 3) {
+            for (Process* each : {&_server->process(), process.get()}) {
+                each->signal(SIGKILL);
+                each->wait();
+            }
+            _server = std::make_unique<Server>(_installation);
+        } else {
+            process->signal(lives % 4 == 2 ? SIGINT : SIGKILL);
+            process->wait();
+        }
+    }
+    EXPECT_GT(lives, 1);
+    EXPECT_EQ(support::readFile(_installation.classifier("killed")),
+              support::readFile(_installation.classifier("straight")));
+    EXPECT_FALSE(std::filesystem::exists(_folder.file("journal")));
 }
 
-TEST_F(ClientTest, CtrlCEndsAWaitWith130) {
-    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof(address);
-    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
-    ASSERT_EQ(::listen(listener, 1), 0);
-    ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size), 0);
+TEST_F(ClientTest, ExitCodesTellHowItWent) {
+    _server.reset();
+    _server = std::make_unique<Server>(_installation, Settings{.maxInput = "1000"});
+    const auto expect = [this](const std::vector<std::string>& arguments, int code, const char* words) {
+        std::filesystem::remove(_folder.file("output.txt"));
+        EXPECT_EQ(client(arguments)->wait(), code) << words;
+        EXPECT_THAT(output(), testing::HasSubstr(words));
+    };
+    const std::string file = _folder.file("request.xml");
+    support::writeFile(file, question("l"));
+    expect({"create", "l", "x"}, 0, "Created l with 1 class.\n");
+    expect({"request", file}, 0, "className=\"x\"");
+    expect({"create", "l"}, 1, "(4000) to create l.");
+    expect({"classify", "l", "-t", std::string(5000, 'x')}, 1, "(4013) to classify text.");
+    expect({"frob"}, 2, "There is no verb 'frob'.");
+    expect({"train", "l", "x", _folder.file("none")}, 4, "No such file");
+    expect({"file", "verify", file}, 5, "damaged");
+    _server->stop();
+    expect({"info", "l"}, 3, "No server listens at localhost:");
+    EXPECT_EQ(Process(MORVANE_CLIENT, {"config", "init"}, "/dev/full").wait(), 4);
 
-    const auto client = start({"info", "any"}, ntohs(address.sin_port));
-    const int connection = ::accept(listener, nullptr, nullptr);
+    BoundPort silent;
+    silent.listen();
+    const auto waiting = client({"info", "l", "--server", "127.0.0.1:" + std::to_string(silent.port())});
+    const int connection = ::accept(silent.descriptor(), nullptr, nullptr);
     char buffer[4096];
     while (::read(connection, buffer, sizeof(buffer)) > 0) {
     }
-    client->signal(SIGINT);
-    EXPECT_EQ(client->wait(), 130);
-    EXPECT_THAT(output(), HasSubstr("Interrupted."));
+    waiting->signal(SIGINT);
+    EXPECT_EQ(waiting->wait(), 130);
+    EXPECT_THAT(output(), testing::HasSubstr("Interrupted."));
     ::close(connection);
-    ::close(listener);
 }
 
-TEST_F(ClientTest, TheConfigurationThatInitWritesStartsAServer) {
-    const Installation installation;
-    const std::string file = installation.file("config.xml");
-    EXPECT_EQ(run({"config", "init", file}, 1), 0) << output();
-    EXPECT_EQ(run({"config", "check", file}, 1), 0) << output();
-    std::string text = support::readFile(file);
-    text.replace(text.find(">9400<"), 6, ">0<");
-    support::writeFile(file, text);
-    const auto server = installation.run({"-config", "config.xml"});
-    EXPECT_TRUE(eventually([&] {
-        return server->hasEnded() ||
-               installation.log().find("Waiting for connections...") != std::string::npos;
-    }));
-    server->signal(SIGTERM);
-    EXPECT_EQ(server->wait(), 0) << installation.output();
+TEST_F(ClientTest, LearnsAndJudgesRealTexts) {
+    const char* const data = std::getenv("MORVANE_DATA");
+    if (data == nullptr) {
+        GTEST_SKIP() << "MORVANE_DATA names no folder with data sets";
+    }
+    for (const auto& [set, least] : {std::pair("sms", 0.98), {"agmini", 0.89}, {"banking77", 0.83}}) {
+        const std::string path = std::string(data) + "/" + set;
+        ASSERT_EQ(client({"import", set, path + "/train.tsv", "--create"})->wait(), 0) << output();
+        ASSERT_EQ(client({"evaluate", set, path + "/test.tsv"})->wait(), 0) << output();
+        const std::string figures = output();
+        const std::size_t accuracy = figures.rfind("\naccuracy ");
+        ASSERT_NE(accuracy, std::string::npos) << figures;
+        EXPECT_GE(std::stod(figures.substr(figures.find("0.", accuracy))), least) << figures;
+    }
 }
 
 }  // namespace

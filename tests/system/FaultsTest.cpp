@@ -3,6 +3,8 @@
 #include <sched.h>
 #include <sys/mount.h>
 
+#include <deque>
+
 #include "system/Program.h"
 #include "system/Wire.h"
 
@@ -12,16 +14,22 @@ namespace systemtest {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-const std::string CREATE = "<create id=\"1\"/><addClass id=\"2\" className=\"x\"/>";
 const std::string QUERY_FAILED = "An error occurred when executing a classifier query.\n\n";
 
-std::string training(const std::string& bytes = "some words", const std::string& before = "",
-                     const std::string& classifier = "c") {
-    return request(texts(text("t", bytes)) +
-                   writeCalls(classifier, before + "<train id=\"t\" className=\"x\" textId=\"t\"/>"));
+std::string training(const std::string& bytes = "some words") {
+    RequestWriter request("c");
+    request.train("x", request.addText(bytes));
+    return request.document();
+}
+
+std::string removal() {
+    RequestWriter request("c");
+    request.remove();
+    return request.document();
 }
 
 std::string manyWords() {
@@ -50,7 +58,7 @@ protected:
     void start(const Settings& settings = {}, const std::vector<std::string>& moreArguments = {}) {
         server = std::make_unique<Server>(installation, settings, moreArguments);
         if (!fs::exists(c)) {
-            ASSERT_TRUE(ask(request(writeCalls("c", CREATE))).success);
+            ASSERT_TRUE(ask(creation("c")).isSuccess());
         }
         remember();
     }
@@ -61,15 +69,13 @@ protected:
     }
     // For the end: the same that failed before goes through without a restart.
     void trainAndStop() {
-        EXPECT_TRUE(ask(training()).success);
+        EXPECT_TRUE(ask(training()).isSuccess());
         stop();
     }
     Answer ask(const std::string& wholeRequest) { return systemtest::ask(server->port(), wholeRequest); }
     void expectFailure(const Answer& answer, const std::string& reason) {
-        EXPECT_EQ(answer.code, 5000);
-        EXPECT_THAT(answer.message, StartsWith(QUERY_FAILED));
-        EXPECT_THAT(answer.message, HasSubstr(reason));
-        EXPECT_TRUE(answer.results.empty());
+        EXPECT_EQ(answer.statusCode(), 5000);
+        EXPECT_THAT(answer.message(), AllOf(StartsWith(QUERY_FAILED), HasSubstr(reason)));
     }
     void remember() {
         classes = classesOf(server->port(), "c");
@@ -85,7 +91,7 @@ protected:
     const std::string root = installation.file("classifiers");
     const std::string logs = installation.file("logs");
     std::unique_ptr<Server> server;
-    std::map<std::string, ClassCounts> classes;
+    Classes classes;
     std::string file;
 };
 
@@ -161,25 +167,18 @@ TEST_F(FaultsTest, ADiskThatIsFullForAllComesBackByItself) {
     start({.saveRequests = "true"});
     fill(root + "/filler");
     fill(logs + "/filler");
-    const Answer answer = ask(training());
-    expectFailure(answer, "No space left on device. Error code: 28.");
-    EXPECT_THAT(answer.message,
-                StartsWith(QUERY_FAILED + "An error occurred when trying to write the file.\nFilename: "
-                                          "'./classifiers//c.dat'."));
+    expectFailure(ask(training()), "No space left on device. Error code: 28.");
     expectUnchanged();
     EXPECT_EQ(entriesOf(root), 2u);
     EXPECT_EQ(entriesOf(logs), 3u);  // no dump
     // The end of the last page of the log still takes a few entries.
-    const std::string full =
-        "Error when logging: An error occurred when trying to write the file.\nFilename: './logs/log.txt'.";
+    const std::string full = "Error when logging: An error occurred when trying to write the file.";
     for (int tries = 0; tries < 100 && countOf(installation.output(), full) == 0; ++tries) {
         expectUnchanged();
     }
-    for (const std::string words :
-         {full.c_str(), "Skipping to save request, to little harddrive space (less than 1gb). Free space: 0",
-          "Failed to create dump (./logs/dump_threadid_", " bytes left, which is too little for a dump."}) {
-        EXPECT_THAT(installation.output(), HasSubstr(words));
-    }
+    EXPECT_THAT(installation.output(),
+                AllOf(HasSubstr(full), HasSubstr("Skipping to save request, to little harddrive space"),
+                      HasSubstr(" bytes left, which is too little for a dump.")));
     fs::remove(root + "/filler");
     fs::remove(logs + "/filler");
     trainAndStop();
@@ -191,14 +190,18 @@ TEST_F(FaultsTest, AFileThatMayNotGrowCostsTheRequestAndNothingElse) {
     {
         const Limit disk(server->process().id(), RLIMIT_FSIZE, 1'000'000);
         expectFailure(ask(training(words)), "File too large");
-        expectFailure(ask(training(words, CREATE, "fresh")), "File too large");
+        RequestWriter fresh("fresh");
+        fresh.create();
+        fresh.addClass("x");
+        fresh.train("x", fresh.addText(words));
+        expectFailure(ask(fresh.document()), "File too large");
         expectUnchanged();
     }
     EXPECT_EQ(entriesOf(root), 1u);
-    EXPECT_EQ(ask(request(readCalls(information("fresh")))).code, 4000);
-    EXPECT_TRUE(ask(training(words)).success);
+    EXPECT_EQ(ask(question("fresh")).statusCode(), 4000);
+    EXPECT_TRUE(ask(training(words)).isSuccess());
     const auto after = classesOf(server->port(), "c");
-    EXPECT_GT(after.at("x").totalCount, 200'000u);
+    EXPECT_GT(after.at("x").second, 200'000u);
     stop();
     start();
     EXPECT_EQ(classes, after);
@@ -214,8 +217,7 @@ TEST_F(FaultsTest, AReadOnlyRootStillAnswersQuestions) {
     start();
     OwnMounts::setReadOnly(root, true);
     for (int round = 0; round < 2; ++round) {
-        for (const std::string& change :
-             {training(), request(writeCalls("c", "<remove id=\"1\"/>")), request(writeCalls("d", CREATE))}) {
+        for (const std::string& change : {training(), removal(), creation("d")}) {
             expectFailure(ask(change), "Read-only file system. Error code: 30.");
         }
         expectUnchanged();
@@ -230,7 +232,7 @@ TEST_F(FaultsTest, AReadOnlyRootStillAnswersQuestions) {
 
 TEST_F(FaultsTest, FilesGoAndChangeUnderTheServer) {
     start({.saveRequests = "true"});
-    ASSERT_TRUE(ask(training()).success);
+    ASSERT_TRUE(ask(training()).isSuccess());
     const struct {
         const char* what;
         std::function<void()> fault;
@@ -250,11 +252,8 @@ TEST_F(FaultsTest, FilesGoAndChangeUnderTheServer) {
          "No such file or directory. Error code: 2.", [&] { fs::rename(root + ".away", root); }},
         {"the logs are gone", [&] { fs::rename(logs, logs + ".away"); }, 2000, "",
          [&] {
-             for (const char* failed : {"Could not save a request: ",
-                                        "Error when logging: An error occurred when trying to open the file "
-                                        "for writing.\nFilename: './logs/log.txt'."}) {
-                 EXPECT_THAT(installation.output(), HasSubstr(failed));
-             }
+             EXPECT_THAT(installation.output(),
+                         AllOf(HasSubstr("Could not save a request: "), HasSubstr("Error when logging: ")));
              fs::rename(logs + ".away", logs);
          }},
         {"schemas, configuration and program are gone",
@@ -272,11 +271,11 @@ TEST_F(FaultsTest, FilesGoAndChangeUnderTheServer) {
         row.fault();
         EXPECT_EQ(classesOf(server->port(), "c"), classes);
         const Answer answer = ask(training());
-        EXPECT_EQ(answer.code, row.code);
-        EXPECT_THAT(answer.message, HasSubstr(row.words));
+        EXPECT_EQ(answer.statusCode(), row.code);
+        EXPECT_THAT(answer.message(), HasSubstr(row.words));
         row.remedy();
         EXPECT_EQ(classesOf(server->port(), "c") == classes, row.code != 2000);
-        EXPECT_TRUE(ask(training()).success);
+        EXPECT_TRUE(ask(training()).isSuccess());
         EXPECT_GT(support::readFile(c).size(), 100u);
     }
     stop();
@@ -291,7 +290,7 @@ public:
     bool add(const std::string& orElse) {
         const std::string served = "Running connection ";
         const std::size_t before = countOf(_installation.log(), served);
-        _clients.push_back(std::make_unique<Connection>(_server.port()));
+        _clients.emplace_back(_server.port());
         eventually([&] {
             const std::string log = _installation.log();
             return countOf(log, served) > before || countOf(log, orElse) != 0;
@@ -299,16 +298,14 @@ public:
         return countOf(_installation.log(), served) > before;
     }
     Answer ask(std::size_t client, const std::string& wholeRequest) {
-        _clients[client]->send(wholeRequest);
-        _clients[client]->endSending();
-        return parse(_clients[client]->receive());
+        return parse(_clients[client].ask(wholeRequest));
     }
     void leave() { _clients.clear(); }
 
 private:
     Server& _server;
     const Installation& _installation;
-    std::vector<std::unique_ptr<Connection>> _clients;
+    std::deque<support::LoopbackClient> _clients;
 };
 
 TEST_F(FaultsTest, WithoutDescriptorsClientsWaitAndTheLogSaysSo) {
@@ -322,10 +319,11 @@ TEST_F(FaultsTest, WithoutDescriptorsClientsWaitAndTheLogSaysSo) {
     EXPECT_THAT(installation.log(), HasSubstr("Too many open files"));
     expectFailure(clients.ask(0, training()), "Too many open files. Error code: 24.");
     EXPECT_EQ(countOf(installation.log(), QUERY_FAILED), 1u);
-    // When they have gone, all is as before.
+    // When the last of them have been let go, all is as before.
     clients.leave();
     expectUnchanged();
-    trainAndStop();
+    EXPECT_TRUE(eventually([this] { return ask(training()).isSuccess(); }));
+    stop();
 }
 
 TEST_F(FaultsTest, WithoutMemoryARequestIsLostAndNothingElse) {
@@ -335,35 +333,26 @@ TEST_F(FaultsTest, WithoutMemoryARequestIsLostAndNothingElse) {
     // Otherwise each thread begins with address space in hand.
     ::setenv("MALLOC_ARENA_MAX", "1", 1);
     start();
-    ASSERT_TRUE(ask(training(manyWords())).success);
+    ASSERT_TRUE(ask(training(manyWords())).isSuccess());
     remember();
-    for (const bool clones : {false, true}) {
-        SCOPED_TRACE(clones);
-        stop();
-        fs::remove(logs + "/log.txt");
-        server = std::make_unique<Server>(installation);
-        if (clones) {
-            expectUnchanged();
-        }
+    stop();
+    server = std::make_unique<Server>(installation);
+    const std::string process = "/proc/" + std::to_string(server->process().id());
+    // In a load, and in the copy that a write sequence works on.
+    for (const std::string& request : {question("c"), training()}) {
+        Waiting clients(*server, installation);
+        ASSERT_TRUE(clients.add("nothing else"));
         {
-            Waiting clients(*server, installation);
-            ASSERT_TRUE(clients.add("nothing else"));
-            const std::string size =
-                support::readFile("/proc/" + std::to_string(server->process().id()) + "/statm");
+            const auto pages = static_cast<rlim_t>(std::stoull(support::readFile(process + "/statm")));
             const Limit limit(server->process().id(), RLIMIT_AS,
-                              std::stoull(size) * static_cast<rlim_t>(::getpagesize()) + 1'000'000);
-            const Answer answer = clients.ask(0, clones ? training() : request(readCalls(information("c"))));
-            EXPECT_EQ(answer.code, 5030);
-            EXPECT_EQ(answer.message.find_first_not_of('\t'), std::string::npos);
-        }
-        for (const char* line :
-             {"\nA std exception occured when trying to read xml parameters, exception type: "
-              "std::bad_alloc\n",
-              "\nOut of memory.\n"}) {
-            EXPECT_THAT(installation.log(), HasSubstr(line));
+                              pages * static_cast<rlim_t>(::getpagesize()) + 1'000'000);
+            const Answer answer = clients.ask(0, request);
+            EXPECT_EQ(answer.statusCode(), 5030);
+            EXPECT_EQ(answer.message(), "");
         }
         expectUnchanged();
     }
+    EXPECT_THAT(installation.log(), HasSubstr("\nOut of memory.\n"));
     trainAndStop();
 }
 

@@ -17,23 +17,14 @@
 #include <thread>
 #include <vector>
 
+#include "support/Eventually.h"
 #include "support/LoopbackClient.h"
 #include "support/TempDir.h"
 
 // The real program in a folder of its own, as an operator would set it up.
 namespace systemtest {
 
-// Polls for a condition; the limit only decides when a hopeless wait is given up.
-inline bool eventually(const std::function<bool()>& condition) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(120);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > limit) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
+using support::eventually;
 
 // A process that this test started; killed by its id if it is still there at the end.
 class Process {
@@ -115,19 +106,24 @@ private:
     rlimit _before{};
 };
 
-// A bound socket on a port that the system chose.
+// A bound socket of the loopback on a port that the system chose.
 class BoundPort {
 public:
-    BoundPort() : _socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    explicit BoundPort(int family = AF_INET) : _socket(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in6 address{};
+        address.sin6_family = static_cast<sa_family_t>(family);
+        if (family == AF_INET6) {
+            address.sin6_addr = in6addr_loopback;
+        } else {
+            reinterpret_cast<sockaddr_in&>(address).sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        }
         socklen_t size = sizeof(address);
         if (::bind(_socket, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
             ::getsockname(_socket, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+            ::close(_socket);
             throw std::runtime_error("No port to be had");
         }
-        _port = ntohs(address.sin_port);
+        _port = ntohs(address.sin6_port);  // at the same place in both families
     }
     BoundPort(const BoundPort&) = delete;
     BoundPort& operator=(const BoundPort&) = delete;

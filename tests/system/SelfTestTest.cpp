@@ -33,14 +33,6 @@ TEST(SelfTestTest, PassesAgainAndAgainAndLeavesOneClassifier) {
                   0);
         const std::string output = installation.output();
         EXPECT_THAT(output, testing::EndsWith("4 tests passed!\n"));
-        std::size_t place = 0;
-        for (const std::string line : {"connecting a client and not sending any data",
-                                       "connecting a client and sending some random data",
-                                       "connecting a client and running xml test cases",
-                                       "connecting multiple client and running xml testcases"}) {
-            place = output.find("] Testing " + line + "...\n", place);
-            EXPECT_NE(place, std::string::npos) << line << output;
-        }
         // Not a word of the thousands of requests in between.
         EXPECT_EQ(output.find("[Log]", output.find("Testing")), std::string::npos);
         EXPECT_EQ(output.find("[Error]"), std::string::npos) << output;

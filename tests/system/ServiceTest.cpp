@@ -28,7 +28,7 @@ TEST(ServiceTest, ReportsReadyWhenItListensAndStoppingWhenItIsToldTo) {
         report = manager.next();
     }
     ASSERT_EQ(report, READY) << installation.log();
-    EXPECT_TRUE(ask(port, request(writeCalls("c", "<create id=\"1\"/>"))).success);
+    EXPECT_TRUE(ask(port, creation("c")).isSuccess());
 
     service->signal(SIGTERM);
     EXPECT_EQ(manager.next(), "STOPPING=1\nSTATUS=Morvane Server is stopping.");
@@ -65,16 +65,17 @@ TEST(ServiceTest, IsNotInstalledWhereNoManagerIs) {
     if (std::filesystem::exists("/run/systemd/system")) {
         GTEST_SKIP() << "Systemd runs this machine, and its services are none of a test's business.";
     }
-    for (const std::vector<std::string>& row : {std::vector<std::string>{"-install", "-config", "none.xml"},
-                                                {"-uninstall"},
-                                                {"-start"},
-                                                {"-stop"}}) {
-        const Installation installation;
-        EXPECT_EQ(installation.run(row)->wait(), 1);
+    const Installation installation;
+    for (const std::vector<std::string>& command :
+         {std::vector<std::string>{"-install", "-config", "none.xml"},
+          {"-uninstall"},
+          {"-start"},
+          {"-stop"}}) {
+        std::filesystem::remove(installation.file("output.txt"));
+        EXPECT_EQ(installation.run(command)->wait(), 1);
         EXPECT_THAT(installation.output(),
                     HasSubstr(FAILED + "Could not open Service Control Manager using 'OpenSCManager'. Host: "
-                                       "(null). System error message: No such file or directory. Error code: "
-                                       "2. This machine isn't run by systemd"));
+                                       "(null). System error message: No such file or directory."));
     }
 }
 

@@ -7,24 +7,22 @@
 namespace systemtest {
 namespace {
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
 const std::string FAILED = "An exception occured when trying to startup the server. ";
 
 TEST(StartTest, ExplainsACommandLineThatItDoesNotTake) {
-    const std::pair<std::vector<std::string>, std::string> cases[] = {
+    const std::pair<std::vector<std::string>, std::string> rows[] = {
         {{}, "No arguments specified."},
         {{"-quiet"}, "The non optional flag -config was not found."},
     };
-    for (const auto& [arguments, words] : cases) {
+    for (const auto& [arguments, words] : rows) {
         const Installation installation;
-        EXPECT_EQ(installation.run(arguments)->wait(), 1) << words;
+        EXPECT_EQ(installation.run(arguments)->wait(), 1);
         for (const std::string& text : {installation.output(), installation.log()}) {
-            EXPECT_LT(text.find("[Error]"), text.find(words)) << text;
-            EXPECT_LT(text.find(words),
-                      text.find("Morvane Server 2.40 - classifies text documents.\n\nFlags:\n"))
-                << text;
+            EXPECT_THAT(text, ContainsRegex("\\[Error\\][^\n]*\n" + words));
             EXPECT_THAT(text, HasSubstr("morvaneserver.exe -config config.xml\n\n"));
         }
     }
@@ -63,33 +61,26 @@ TEST(StartTest, DoesWhatTheConfigurationSays) {
                                  .logLevel = "LOG",
                                  .logMemory = "TRUE",
                                  .saveRequests = "1"});
-    const std::string create = request(writeCalls("c", "<create id=\"1\"/>"));
-    EXPECT_TRUE(ask(server.port(), create).success);
+    EXPECT_TRUE(ask(server.port(), creation("c")).isSuccess());
     const Answer tooLarge = ask(server.port(), std::string(10001, ' '));
-    EXPECT_EQ(tooLarge.code, 4013);
-    EXPECT_EQ(tooLarge.message, "Client with id 2 exceeded maximum input size 10000.\t");
+    EXPECT_EQ(tooLarge.statusCode(), 4013);
+    EXPECT_EQ(tooLarge.message(), "Client with id 2 exceeded maximum input size 10000.");
     EXPECT_EQ(server.stop(), 0);
     EXPECT_TRUE(std::filesystem::exists(installation.file("data/c.dat")));
     std::vector<std::string> captured;
     for (const auto& entry : std::filesystem::directory_iterator(installation.file("logs/requests"))) {
         captured.push_back(support::readFile(entry.path()));
     }
-    EXPECT_EQ(captured, std::vector<std::string>{create});
+    EXPECT_EQ(captured, std::vector<std::string>{creation("c")});
     const std::string log = installation.log();
     EXPECT_THAT(log, HasSubstr("] [Free: "));
     // What an operator looks for first: which settings hold, and on which machine.
-    std::size_t place = 0;
-    for (const std::string words :
-         {"Executing ", "Initializing server v2.40", "Using config settings:\n", "System settings:\n",
-          "Total physical memory: ", "Available physical memory: ", "Available disk space on /: ",
-          "Starting server on port ", "Waiting for connections...", "Closing server."}) {
-        place = log.find(words, place);
-        EXPECT_NE(place, std::string::npos) << words;
-    }
+    EXPECT_THAT(log, ContainsRegex("Executing (.|\n)*Using config settings:\n(.|\n)*<saveRequests>1(.|\n)*"
+                                   "Available disk space on /: (.|\n)*Closing server."));
 
     Server quiet(installation, {.logLevel = "error"}, {"-quiet"});
     const std::string before = installation.output();
-    EXPECT_EQ(ask(quiet.port(), "x").code, 4000);
+    EXPECT_EQ(ask(quiet.port(), "x").statusCode(), 4000);
     EXPECT_EQ(quiet.stop(), 0);
     EXPECT_EQ(installation.output(), before);
     EXPECT_EQ(installation.log().find("Waiting for connections...", log.size()), std::string::npos);
@@ -99,7 +90,7 @@ TEST(StartTest, DoesWhatTheConfigurationSays) {
 TEST(StartTest, LeavesARootAloneThatAnotherServerHolds) {
     const Installation installation;
     Server server(installation);
-    ASSERT_TRUE(ask(server.port(), request(writeCalls("c", "<create id=\"1\"/>"))).success);
+    ASSERT_TRUE(ask(server.port(), creation("c")).isSuccess());
 
     const Installation second;
     Settings settings{.classifierRootPath = installation.file("classifiers")};
@@ -110,7 +101,7 @@ TEST(StartTest, LeavesARootAloneThatAnotherServerHolds) {
     EXPECT_NE(log.find(settings.classifierRootPath, log.find(FAILED)), std::string::npos) << log;
     EXPECT_THAT(log, Not(HasSubstr("Starting server on port")));
 
-    EXPECT_TRUE(ask(server.port(), request(readCalls(information("c")))).success);
+    EXPECT_EQ(classesOf(server.port(), "c").size(), 1u);
     // The lock goes with its holder, however that ends.
     server.process().signal(SIGKILL);
     EXPECT_EQ(server.process().wait(), 128 + SIGKILL);
@@ -118,7 +109,7 @@ TEST(StartTest, LeavesARootAloneThatAnotherServerHolds) {
     support::writeFile(leftover, "half a classifier");
     Server next(second, settings);
     EXPECT_FALSE(std::filesystem::exists(leftover));
-    EXPECT_TRUE(ask(next.port(), request(readCalls(information("c")))).success);
+    EXPECT_EQ(classesOf(next.port(), "c").size(), 1u);
 }
 
 }  // namespace
