@@ -10,6 +10,7 @@
 #include "Program.h"
 #include "server/Answer.h"  // with Failure.h, whose name another file here has
 #include "server/Exchange.h"
+#include "support/TempDir.h"
 
 namespace support {
 
@@ -29,8 +30,9 @@ inline std::string refusal(int code, const std::string& text) {
                     "\n\t</status>\n");
 }
 
-// One run of the client's program with a stand-in for everything around it. answer plays the server.
+// Runs the client's program with a stand-in for everything around it. answer plays the server.
 struct ClientRun {
+    const TempDir folder;
     std::map<std::string, std::string> environment;
     std::string input;
     halvern::morvane::client::Terminal terminal;
@@ -64,6 +66,27 @@ struct ClientRun {
         out = outStream.str();
         err = errStream.str();
         return *this;
+    }
+
+    // The same for the words of a line, where "@" in front of a word stands for the folder. What comes back
+    // names its files without it.
+    ClientRun& line(const std::string& words) {
+        std::vector<std::string> arguments;
+        std::istringstream split(words);
+        for (std::string word; split >> word;) {
+            arguments.push_back(word[0] == '@' ? folder.file(word.substr(1)) : word);
+        }
+        run(arguments);
+        for (std::string* said : {&out, &err}) {
+            for (std::size_t at = 0; (at = said->find(folder.file(""), at)) != std::string::npos;) {
+                said->erase(at, folder.file("").size());
+            }
+        }
+        return *this;
+    }
+
+    void write(const std::string& name, const std::string& content) const {
+        writeFile(folder.file(name), content);
     }
 
 private:

@@ -12,11 +12,11 @@ enum class RecordFormat { TSV, CSV, JSONL, FOLDER };
 
 // Where labelled texts are and how to read them.
 struct RecordSource {
-    std::string path;
-    std::string format;  // "tsv", "csv", "jsonl" or "folder"; empty: what the path says
+    std::string path = {};
+    std::string format = {};  // "tsv", "csv", "jsonl" or "folder"; empty: what the path says
     // A column's name or its number from 1; for JSON lines the name of a member. Empty: found by itself.
-    std::string labelColumn;
-    std::string textColumn;
+    std::string labelColumn = {};
+    std::string textColumn = {};
     char delimiter = ',';   // of CSV
     bool hasHeader = true;  // of CSV
     bool tsvHeader = false;

@@ -1,193 +1,134 @@
-#include "completion/Completion.h"
-
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <CLI/CLI.hpp>
-#include <set>
 #include <sstream>
 
-#include "Program.h"
-#include "completion/KnownClassifiers.h"
 #include "completion/ShellWords.h"
 #include "support/ClientRun.h"
-#include "support/TempDir.h"
 
 namespace halvern::morvane::client {
 namespace {
 
-class FakeNames final : public LiveNames {
-public:
-    std::vector<std::string> classifiers(const std::string& server) override {
-        return {"classifier of " + server};
-    }
-    std::vector<std::string> classes(const std::string& server, const std::string& classifier) override {
-        return {"class of " + classifier + " of " + server};
-    }
-};
-
-class CompletionTest : public testing::Test {
+class CompletionTest : public testing::Test, protected support::ClientRun {
 protected:
-    CompletionTest() { declareCommandLine(app, context); }
-
-    // The suggestions, and "<files>" if there can be files.
-    std::set<std::string> suggested(const std::vector<std::string>& words) {
-        const Suggestions suggestions = complete(app, words, names);
-        std::set<std::string> texts;
-        for (const Suggestions::Word& word : suggestions.words) {
-            EXPECT_TRUE(texts.insert(word.text).second) << word.text;
-        }
-        if (suggestions.files) {
-            texts.insert("<files>");
-        }
-        return texts;
+    CompletionTest() {
+        environment["HOME"] = folder.path();
+        // The server's classifiers all have one class, which tells whose it is.
+        answer = [this](const std::string& request) {
+            const std::size_t name = request.find("classifierName=\"") + 16;
+            return support::success(
+                "<readCalls><getInformation id=\"1\"><classes><classInformation className=\"of " +
+                request.substr(name, request.find('"', name) - name) + " at " + servers.back() +
+                "\" uniqueFeatures=\"1\" totalCount=\"1\"/></classes></getInformation></readCalls>");
+        };
     }
 
-    std::stringstream stream;
-    Context context{
-        {stream, stream, stream, {}, {}, [](const std::string&) { return std::nullopt; }, {}, ""}};
-    CLI::App app;
-    FakeNames names;
+    std::string offered(std::vector<std::string> words) {
+        words.insert(words.begin(), {"complete", "zsh"});
+        run(words);
+        EXPECT_EQ(exitCode, 0);
+        EXPECT_EQ(err, "");
+        return out;
+    }
 };
-
-TEST_F(CompletionTest, KnowsEveryVerbAndOption) {
-    std::size_t verbs = 0;
-    const std::function<void(const CLI::App&, std::vector<std::string>)> visit =
-        [&](const CLI::App& verb, std::vector<std::string> path) {
-            path.push_back("-");
-            const std::set<std::string> options = suggested(path);
-            for (const CLI::Option* option : verb.get_options()) {
-                if (!option->get_lnames().empty()) {
-                    EXPECT_TRUE(options.count("--" + option->get_lnames().front())) << verb.get_name();
-                }
-            }
-            EXPECT_TRUE(options.count("--server")) << verb.get_name();
-            path.back() = "";
-            const std::set<std::string> words = suggested(path);
-            for (const CLI::App* child : verb.get_subcommands([](const CLI::App*) { return true; })) {
-                EXPECT_TRUE(words.count(child->get_name())) << child->get_name();
-                path.back() = child->get_name();
-                visit(*child, path);
-                ++verbs;
-            }
-        };
-    visit(app, {});
-    EXPECT_GT(verbs, 15);
-}
 
 TEST_F(CompletionTest, ReadsWhatStandsBeforeAsTheProgramDoes) {
-    const std::set<std::string> files{"<files>"};
-    const std::set<std::string> nothing;
-    const struct {
-        std::vector<std::string> words;
-        std::set<std::string> suggestions;
-    } cases[] = {
-        {{"classify", ""}, {"classifier of "}},
-        {{"--server", "s:1", "--json", "classify", ""}, {"classifier of s:1"}},
-        {{"--server=s:1", "info", "a", ""}, {"classifier of s:1"}},
-        {{"--server", "=", "s:1", "info", ""}, {"classifier of s:1"}},
-        {{"train", "c", ""}, {"class of c of "}},
-        {{"train", "c", "--server", "s:1", ""}, {"class of c of s:1"}},
-        {{"train", "-lt", "text", "c", ""}, {"class of c of "}},
-        {{"train", "-ttext", "c", ""}, {"class of c of "}},
-        {{"train", "c", "k", ""}, files},
-        {{"train", "c", "k", "-t", ""}, nothing},
-        {{"remove-class", "c", "k", ""}, {"class of c of "}},
-        {{"add-class", "c", ""}, nothing},
-        {{"create", ""}, nothing},
-        {{"create", "c", ""}, nothing},
-        {{"remove", "c", ""}, nothing},
-        {{"file", "info", "--", "-"}, files},
-        {{"file", "load", "x", "-o", ""}, files},
-        {{"file", "load", "x", "--output=y"}, files},
-        {{"import", "c", "x", "--assume", ""}, {"taken", "not-taken"}},
-        {{"import", "c", "x", "--assume="}, {"--assume=taken", "--assume=not-taken"}},
-        {{"classify", "--nonsense", ""}, {"classifier of "}},
-        {{"nonsense", "file", ""}, suggested({"file", ""})},
-        {{}, nothing},
+    line("--server s:1 create known");
+    const std::string known = "words\nknown\n";
+    const std::string classOfC = "words\nof c at 127.0.0.1:9400\n";
+    const std::string nothing = "words\n";
+    const std::string files = "files\n";
+    const std::pair<std::string, std::string> cases[] = {
+        {"--server s:1 --json classify ", known},
+        {"--server=s:1 info a ", known},
+        {"--server = s:1 info ", known},
+        {"--server s:1 classify --nonsense ", known},
+        {"classify ", nothing},
+        {"train c ", classOfC},
+        {"train c --server s:1 ", "words\nof c at s:1\n"},
+        {"train -lt text c ", classOfC},
+        {"train -ttext c ", classOfC},
+        {"train c k ", files},
+        {"train c k -t ", nothing},
+        {"remove-class c k ", classOfC},
+        {"add-class c ", nothing},
+        {"--server s:1 create ", nothing},
+        {"remove c ", nothing},
+        {"file info -- -", files},
+        {"file load x -o ", files},
+        {"file load x --output=y", files},
+        {"import c x --assume=", "words\n--assume=taken\n--assume=not-taken\n"},
+        {"nonsense config ",
+         "words\ncheck\tTell what is wrong with a configuration, without a server\n"
+         "init\tWrite a configuration to begin with, which explains itself\n"},
     };
-    for (const auto& each : cases) {
-        std::string shown;
-        for (const std::string& word : each.words) {
-            shown += word + " ";
+    for (const auto& [line, suggestions] : cases) {
+        std::vector<std::string> words;
+        std::istringstream split(line + "|");
+        for (std::string word; std::getline(split, word, ' ');) {
+            words.push_back(word);
         }
-        EXPECT_EQ(suggested(each.words), each.suggestions) << shown;
+        words.back().pop_back();
+        EXPECT_EQ(offered(words), suggestions) << line;
+    }
+    for (const char* option : {"--force", "--server", "--help"}) {
+        EXPECT_NE(offered({"config", "init", "-"}).find(std::string("\n") + option + "\t"),
+                  std::string::npos);
     }
 }
 
 // A name is offered once a verb has worked with it, and no longer when its classifier has been removed.
-TEST(CompleteCommandTest, OffersNamesThatWorkedAndIsSilentWhenNothingDoes) {
-    const support::TempDir home;
-    support::ClientRun run;
-    run.environment["HOME"] = home.path();
-    const auto offered = [&](const std::vector<std::string>& words) {
-        std::vector<std::string> arguments{"complete", "zsh"};
-        arguments.insert(arguments.end(), words.begin(), words.end());
-        run.run(arguments);
-        EXPECT_EQ(run.exitCode, 0);
-        EXPECT_EQ(run.err, "");
-        return run.out;
-    };
+TEST_F(CompletionTest, OffersNamesThatWorkedAndIsSilentWhenNothingDoes) {
+    const std::string both = "words\ntwo words\n";
     EXPECT_EQ(offered({"info", ""}), "words\n");
-    EXPECT_EQ(run.run({"create", "two words"}).exitCode, 0) << run.err;
-    EXPECT_EQ(offered({"info", ""}), "words\ntwo words\n");
-    EXPECT_EQ(offered({"--server", "elsewhere", "info", ""}), "words\n");
-    EXPECT_EQ(run.run({"complete", "bash", "morvane info tw", "tw"}).out, "words\ntwo\\ words\n");
-    EXPECT_EQ(run.run({"complete", "bash", "morvane info \"tw", "tw"}).out, "words\ntwo words\n");
-    support::writeFile(home.file("t.tsv"), "a\ttext\n");
-    EXPECT_EQ(run.run({"import", "other", home.file("t.tsv"), "--dry-run"}).exitCode, 0) << run.err;
-    EXPECT_EQ(offered({"info", ""}), "words\ntwo words\n");
-
-    const std::string information =
-        "<getInformation id=\"1\"><classes><classInformation className=\"k:1\" uniqueFeatures=\"1\" "
-        "totalCount=\"1\"/></classes></getInformation>";
-    run.answer = [&](const std::string&) {
-        return support::success("<readCalls>" + information + "</readCalls>");
-    };
-    EXPECT_EQ(offered({"train", "two words", ""}), "words\nk:1\n");
+    run({"create", "two words"});
+    write("t.tsv", "a\ttext\n");
+    EXPECT_EQ(line("import other @t.tsv --dry-run").exitCode, 0) << err;
+    EXPECT_EQ(offered({"info", ""}), both);
+    EXPECT_EQ(run({"complete", "bash", "morvane info tw", "tw"}).out, "words\ntwo\\ words\n");
+    EXPECT_EQ(run({"complete", "bash", "morvane info \"tw", "tw"}).out, "words\ntwo words\n");
     // bash takes what stands behind the colon for a word of its own.
-    EXPECT_EQ(run.run({"complete", "bash", "morvane train c k:", ""}).out, "words\n1\n");
-    run.answer = [](const std::string&) { return support::refusal(4000, "No such classifier."); };
-    EXPECT_EQ(offered({"train", "two words", ""}), "words\n");
-    EXPECT_EQ(run.run({"info", "strange"}).exitCode, 1);
-    run.answer = [](const std::string&) -> std::string {
-        throw Failure{ExitCode::UNREACHABLE, "Nobody there."};
-    };
-    EXPECT_EQ(offered({"train", "two words", ""}), "words\n");
-    run.environment["MORVANE_SERVER"] = "no:such:address:";
+    EXPECT_EQ(run({"complete", "bash", "morvane train k \"of k at 127.0.0.1:", ""}).out,
+              "words\nof k at 127.0.0.1:9400\n");
+    EXPECT_EQ(run({"complete", "bash", "morvane train k of\\ k\\ at\\ 127.0.0.1:", ""}).out, "words\n9400\n");
+    const std::function<std::string(const std::string&)> failures[] = {
+        [](const std::string&) { return support::refusal(4000, "No such classifier."); },
+        [](const std::string&) -> std::string {
+            throw Failure{ExitCode::UNREACHABLE, "Nobody there."};
+        }};
+    const auto working = answer;
+    for (const auto& failing : failures) {
+        answer = failing;
+        EXPECT_NE(run({"info", "strange"}).exitCode, 0);
+        EXPECT_EQ(offered({"train", "two words", ""}), "words\n");
+        EXPECT_EQ(offered({"info", ""}), both);
+    }
+    environment["MORVANE_SERVER"] = "no:such:address:";
     EXPECT_EQ(offered({"info", ""}), "words\n");
-    run.environment.erase("MORVANE_SERVER");
-    EXPECT_EQ(offered({"info", ""}), "words\ntwo words\n");
-
-    run.answer = [](const std::string&) {
-        return support::success("<writeCalls><remove id=\"1\"/></writeCalls>");
-    };
-    EXPECT_EQ(run.run({"remove", "two words"}).exitCode, 0) << run.err;
+    environment.erase("MORVANE_SERVER");
+    answer = working;
+    EXPECT_EQ(run({"remove", "two words"}).exitCode, 0) << err;
     EXPECT_EQ(offered({"info", ""}), "words\n");
-    EXPECT_EQ(run.run({"complete"}).out, "");
-    EXPECT_EQ(run.run({"complete", "bash", ""}).out, "");
+    EXPECT_EQ(run({"complete"}).out, "");
 }
 
 TEST(ShellWordsTest, AreCutAsBashCutsThem) {
     const struct {
         const char* line;
-        std::vector<std::string> words;
-        const char* rawLast;
-        bool endsInQuotes;
+        ShellWords cut;
     } cases[] = {
-        {"", {""}, "", false},
-        {"morvane ", {"morvane", ""}, "", false},
-        {"a  b\tc", {"a", "b", "c"}, "c", false},
-        {"a two\\ wo", {"a", "two wo"}, "two\\ wo", false},
-        {"a 'b c' \"d\\\"\\e\" f'g'", {"a", "b c", "d\"\\e", "fg"}, "f'g'", false},
-        {"a \"b c", {"a", "b c"}, "\"b c", true},
-        {"a 'b\\", {"a", "b\\"}, "'b\\", true},
-        {"a ''", {"a", ""}, "''", false},
+        {"", {{""}, "", false}},
+        {"a  b\tc ", {{"a", "b", "c", ""}, "", false}},
+        {"a two\\ wo", {{"a", "two wo"}, "two\\ wo", false}},
+        {"a 'b c' \"d\\\"\\e\" f'g'", {{"a", "b c", "d\"\\e", "fg"}, "f'g'", false}},
+        {"a \"b c", {{"a", "b c"}, "\"b c", true}},
+        {"a 'b\\", {{"a", "b\\"}, "'b\\", true}},
     };
     for (const auto& each : cases) {
         const ShellWords read = readShellWords(each.line);
-        EXPECT_EQ(read.words, each.words) << each.line;
-        EXPECT_EQ(read.rawLast, each.rawLast) << each.line;
-        EXPECT_EQ(read.endsInQuotes, each.endsInQuotes) << each.line;
+        EXPECT_EQ(read.words, each.cut.words) << each.line;
+        EXPECT_EQ(read.rawLast, each.cut.rawLast) << each.line;
+        EXPECT_EQ(read.endsInQuotes, each.cut.endsInQuotes) << each.line;
     }
     std::string all;
     for (int c = 1; c < 256; ++c) {
@@ -196,39 +137,32 @@ TEST(ShellWordsTest, AreCutAsBashCutsThem) {
     EXPECT_EQ(readShellWords(shellQuoted(all)).words, std::vector<std::string>{all});
 }
 
-TEST(KnownClassifiersTest, AreKeptForEachServer) {
-    const support::TempDir home;
-    const auto known = [&](const char* variable, const std::string& value) {
-        return KnownClassifiers([=](const std::string& name) {
-            return name == variable ? std::optional<std::string>(value) : std::nullopt;
-        });
+TEST_F(CompletionTest, NamesAreKeptForEachServerAsLongAsThereIsRoom) {
+    const auto work = [this](const std::string& server, const std::string& name) {
+        EXPECT_EQ(line("--server " + server + " remove-class " + name + " k").exitCode, 0) << err;
     };
-    using Names = std::vector<std::string>;
-    const KnownClassifiers names = known("HOME", home.path());
-    EXPECT_EQ(names.of("a:1"), Names{});
-    names.forget("a:1", "x");
-    names.remember("a:1", "x");
-    names.remember("a:1", "y z");
-    names.remember("a:1", "x");
-    names.remember("a:11", "other");
-    EXPECT_EQ(names.of("a:1"), (Names{"x", "y z"}));
-    names.forget("a:1", "x");
-    EXPECT_EQ(names.of("a:1"), Names{"y z"});
-    EXPECT_EQ(known("XDG_STATE_HOME", home.file(".local/state")).of("a:11"), Names{"other"});
+    work("a:1", "x");
+    work("a:11", "other");
+    work("a:1", "x");
+    work("a:11", "x");
+    EXPECT_EQ(line("--server a:11 remove x").exitCode, 0) << err;
+    EXPECT_EQ(offered({"--server", "a:1", "info", ""}), "words\nx\n");
+    environment["XDG_STATE_HOME"] = folder.file("elsewhere");
+    EXPECT_EQ(offered({"--server", "a:1", "info", ""}), "words\n");
+    environment.erase("XDG_STATE_HOME");
     std::string full;
     for (int i = 0; i < 1000; ++i) {
         full += i == 0 ? "a:1\toldest\n" : "b:1\t" + std::to_string(i) + "\n";
     }
-    support::writeFile(home.file(".local/state/morvane/classifiers"), full);
-    names.remember("b:1", "newest");
-    EXPECT_EQ(names.of("a:1"), Names{});
-    EXPECT_EQ(names.of("b:1").size(), 1000);
+    write(".local/state/morvane/classifiers", full);
+    work("b:1", "newest");
+    EXPECT_EQ(offered({"--server", "a:1", "info", ""}), "words\n");
+    EXPECT_THAT(offered({"--server", "b:1", "info", ""}), testing::EndsWith("\n999\nnewest\n"));
     // Without a place to keep them, nothing happens.
-    for (const char* value : {"", "relative", "/dev/null"}) {
-        const KnownClassifiers nowhere = known("HOME", value);
-        nowhere.remember("a:1", "x");
-        nowhere.forget("a:1", "x");
-        EXPECT_EQ(nowhere.of("a:1"), Names{}) << value;
+    for (const char* home : {"", "relative", "/dev/null"}) {
+        environment["HOME"] = home;
+        work("a:1", "x");
+        EXPECT_EQ(offered({"--server", "a:1", "info", ""}), "words\n") << home;
     }
 }
 

@@ -2,13 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <thread>
 
 #include "support/ClientRun.h"
+#include "system/Program.h"
 
 namespace halvern::morvane::client {
 namespace {
@@ -17,48 +17,30 @@ using support::clientFailureOf;
 using testing::HasSubstr;
 
 // A listener that plays one connection after another as the test says, on the loopback of the family.
-class Peer {
+class Peer : public systemtest::BoundPort {
 public:
     explicit Peer(std::function<void(int connection)> play, int family = AF_INET)
-        : _socket(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0)), _play(std::move(play)) {
-        sockaddr_storage address = {};
-        address.ss_family = static_cast<sa_family_t>(family);
-        if (family == AF_INET6) {
-            reinterpret_cast<sockaddr_in6&>(address).sin6_addr = in6addr_loopback;
-        } else {
-            reinterpret_cast<sockaddr_in&>(address).sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        }
-        socklen_t size = sizeof(address);
-        isThere =
-            ::bind(_socket, reinterpret_cast<sockaddr*>(&address), size) == 0 && ::listen(_socket, 5) == 0;
-        ::getsockname(_socket, reinterpret_cast<sockaddr*>(&address), &size);
-        port = ntohs(reinterpret_cast<sockaddr_in&>(address).sin_port);  // at the same place in both families
+        : BoundPort(family), _play(std::move(play)) {
+        listen();
         _thread = std::thread([this] {
-            for (int connection = ::accept(_socket, nullptr, nullptr); connection >= 0;
-                 connection = ::accept(_socket, nullptr, nullptr)) {
+            for (int connection = ::accept(descriptor(), nullptr, nullptr); connection >= 0;
+                 connection = ::accept(descriptor(), nullptr, nullptr)) {
                 _play(connection);
                 ::close(connection);
             }
         });
     }
-    Peer(const Peer&) = delete;
-    Peer& operator=(const Peer&) = delete;
     ~Peer() {
-        ::shutdown(_socket, SHUT_RDWR);
+        ::shutdown(descriptor(), SHUT_RDWR);
         _thread.join();
-        ::close(_socket);
     }
 
     std::string ask(const std::string& request, const std::string& host = "127.0.0.1",
                     std::chrono::milliseconds timeout = std::chrono::seconds(60)) {
-        return SocketExchange({{host, port}, timeout}).ask(request);
+        return SocketExchange({{host, port()}, timeout}).ask(request);
     }
 
-    bool isThere = false;
-    std::uint16_t port = 0;
-
 private:
-    const int _socket;
     const std::function<void(int)> _play;
     std::thread _thread;
 };
@@ -94,13 +76,14 @@ TEST(SocketExchangeTest, LargeRequestsAndAnswersCrossWholeByAddressNameAndIPv6) 
     for (const char* host : {"127.0.0.1", "LocalHost"}) {
         EXPECT_TRUE(peer.ask(large, host) == large) << host;
     }
-    SocketExchange often({{"127.0.0.1", peer.port}, {}});
+    SocketExchange often({{"127.0.0.1", peer.port()}, {}});
     EXPECT_EQ(often.ask("one") + often.ask("two"), "onetwo");
-    Peer six(echo, AF_INET6);
-    if (!six.isThere) {
+    try {
+        Peer six(echo, AF_INET6);
+        EXPECT_EQ(six.ask("hello", "::1"), "hello");
+    } catch (const std::runtime_error&) {
         GTEST_SKIP() << "This machine has no IPv6";
     }
-    EXPECT_EQ(six.ask("hello", "::1"), "hello");
 }
 
 TEST(SocketExchangeTest, APeerThatDoesNotPlayByTheRulesEndsInWordsAndNotInAWait) {
@@ -109,13 +92,8 @@ TEST(SocketExchangeTest, APeerThatDoesNotPlayByTheRulesEndsInWordsAndNotInAWait)
         const linger now = {1, 0};
         ::setsockopt(connection, SOL_SOCKET, SO_LINGER, &now, sizeof(now));
     };
-    struct Case {
-        std::string request;
-        std::function<void(int)> play;
-        std::string words;
-    };
-    const Case cases[] = {
-        {large, [](int connection) { readToTheEnd(connection); }, "without an answer"},
+    const std::tuple<std::string, std::function<void(int)>, const char*> cases[] = {
+        {large, readToTheEnd, "without an answer"},
         {large, [](int) {}, "broke off"},
         {large, reset, "broke off"},
         {"x",
@@ -126,11 +104,11 @@ TEST(SocketExchangeTest, APeerThatDoesNotPlayByTheRulesEndsInWordsAndNotInAWait)
          },
          "broke off"},
     };
-    for (const Case& each : cases) {
-        Peer peer(each.play);
-        const Failure failure = clientFailureOf([&] { peer.ask(each.request); });
+    for (const auto& [request, play, words] : cases) {
+        Peer peer(play);
+        const Failure failure = clientFailureOf([&, &request = request] { peer.ask(request); });
         EXPECT_EQ(failure.code, ExitCode::UNREACHABLE);
-        EXPECT_THAT(failure.message, HasSubstr(each.words));
+        EXPECT_THAT(failure.message, HasSubstr(words));
     }
     // Both directions full at once: neither side may wait for the other.
     Peer hasty([&](int connection) {
@@ -150,51 +128,42 @@ TEST(SocketExchangeTest, AnAnswerWithoutEndEndsBeforeTheMemoryDoes) {
         while (::send(connection, piece.data(), piece.size(), MSG_NOSIGNAL) > 0) {
         }
     });
-    SocketExchange exchange({{"127.0.0.1", endless.port}, {}}, std::make_unique<Scarce>(), 1'000'000);
+    SocketExchange exchange({{"127.0.0.1", endless.port()}, {}}, std::make_unique<Scarce>(), 1'000'000);
     const Failure failure = clientFailureOf([&] { exchange.ask("x"); });
     EXPECT_EQ(failure.code, ExitCode::UNREACHABLE);
     EXPECT_THAT(failure.message, HasSubstr("memory of this machine"));
 }
 
-TEST(SocketExchangeTest, ASilentServerIsGivenUpAfterTheTimeout) {
-    std::atomic<bool> isOver = false;
-    Peer peer([&](int connection) {
-        readToTheEnd(connection);
-        isOver.wait(false);
-    });
-    // No words of the peer's will ever come; what ends the wait can only be the timeout.
-    const Failure failure =
-        clientFailureOf([&] { peer.ask("x", "127.0.0.1", std::chrono::milliseconds(20)); });
-    isOver = true;
-    isOver.notify_all();
-    EXPECT_EQ(failure.code, ExitCode::UNREACHABLE);
-    EXPECT_THAT(failure.message + failure.hint, HasSubstr("--timeout"));
-}
-
 TEST(SocketExchangeTest, NobodyThereAndUnknownHostsAreTold) {
-    std::uint16_t port = 0;
-    {
-        const Peer gone(echo);
-        port = gone.port;
+    const systemtest::BoundPort deaf;  // bound, and nobody listens
+    const std::pair<Address, const char*> cases[] = {
+        {{"127.0.0.1", deaf.port()}, "No server listens at 127.0.0.1:"},
+        {{"256.0.0.1.", 1}, "'256.0.0.1.' isn't known"},
+    };
+    for (const auto& [address, words] : cases) {
+        const Failure failure = clientFailureOf([&address = address] {
+            SocketExchange({address, {}}).ask("x");
+        });
+        EXPECT_EQ(failure.code, ExitCode::UNREACHABLE);
+        EXPECT_THAT(failure.message, HasSubstr(words));
     }
-    const Failure refused = clientFailureOf([&] { SocketExchange({{"127.0.0.1", port}, {}}).ask("x"); });
-    EXPECT_EQ(refused.code, ExitCode::UNREACHABLE);
-    EXPECT_THAT(refused.message, HasSubstr("No server listens at 127.0.0.1:"));
-    const Failure unknown = clientFailureOf([&] { SocketExchange({{"256.0.0.1.", 1}, {}}).ask("x"); });
-    EXPECT_EQ(unknown.code, ExitCode::UNREACHABLE);
-    EXPECT_THAT(unknown.message, HasSubstr("'256.0.0.1.' isn't known"));
 }
 
-TEST(SocketExchangeTest, CtrlCEndsTheWaitAndASecondOneIsTheSystemsAgain) {
-    std::atomic<bool> isOver = false;
-    Peer peer([&](int connection) {
-        readToTheEnd(connection);
-        ::kill(::getpid(), SIGINT);
-        isOver.wait(false);
+TEST(SocketExchangeTest, TheTimeoutEndsAWaitAndSoDoesCtrlCWhichIsTheSystemsAgainAfterOne) {
+    Peer peer([](int connection) {
+        if (readToTheEnd(connection) == "interrupt") {
+            ::kill(::getpid(), SIGINT);
+        }
+        pollfd hangup = {connection, 0, 0};
+        ::poll(&hangup, 1, 60000);
     });
-    const Failure failure = clientFailureOf([&] { peer.ask("x"); });
-    isOver = true;
-    isOver.notify_all();
+    ::signal(SIGINT, SIG_DFL);  // a shell that runs tests in the background has it ignored
+    // No words of the peer's will ever come; what ends the wait can only be the timeout.
+    const Failure silent =
+        clientFailureOf([&] { peer.ask("x", "127.0.0.1", std::chrono::milliseconds(20)); });
+    EXPECT_EQ(silent.code, ExitCode::UNREACHABLE);
+    EXPECT_THAT(silent.hint, HasSubstr("--timeout"));
+    const Failure failure = clientFailureOf([&] { peer.ask("interrupt"); });
     EXPECT_EQ(failure.code, ExitCode::INTERRUPTED);
     EXPECT_THAT(failure.hint, HasSubstr("may have run"));
 
@@ -210,8 +179,7 @@ TEST(SocketExchangeTest, CtrlCEndsTheWaitAndASecondOneIsTheSystemsAgain) {
         ::sigaction(SIGINT, nullptr, &now);
         EXPECT_EQ(now.sa_handler, SIG_DFL);
     }
-    const Interrupts fresh;
-    EXPECT_FALSE(fresh.requested());
+    EXPECT_FALSE(Interrupts().requested());
 }
 
 }  // namespace
