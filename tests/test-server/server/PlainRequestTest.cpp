@@ -60,6 +60,17 @@ TEST_F(PlainRequestTest, ReadsWhatProgramsWrite) {
     }
 }
 
+// The document refuses them: in a declaration a reference stands for nothing.
+TEST_F(PlainRequestTest, LeavesADeclarationWithReferencesAlone) {
+    const std::string known = request(TEXTS + WRITES);
+    const std::string rest = known.substr(known.find('\n'));
+    ASSERT_NE(plain("<?xml version='1.0' encoding='utf-8'?>" + rest), "");
+    for (const char* const attributes :
+         {"version='1&#46;0'", "version='1.0' encoding='utf&#45;8'", "version='1.0' encoding='&#x75;tf-8'"}) {
+        EXPECT_EQ(plain("<?xml " + std::string(attributes) + "?>" + rest), "") << attributes;
+    }
+}
+
 // Whatever a request looks like: what is read in plain form is what the document and the schema admit, with
 // the same content.
 TEST_F(PlainRequestTest, NeverDiffersFromTheDocument) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -22,11 +23,15 @@ public:
 
     // What finds a key. To be computed once where a search may lead to an insert.
     //
-    // The factor is drawn once for each process, so that words can't be chosen whose searches all begin at
-    // the same slots (Dietzfelbinger et al., "A reliable randomized algorithm for the closest-pair problem":
-    // of the product of a random odd number, the highest bits).
+    // Under keys that are drawn once for each process, so that words can't be chosen that collide: the hash
+    // of TokenCounts, for keys of one length.
     static std::uint32_t hashOf(const Record& key) {
-        return static_cast<std::uint32_t>(key.hash() * _factor >> 32);
+        std::uint64_t sum = _keys[0] + _keys[1] * key.parameter.classIndex();
+        for (std::size_t i = 0; i < Record::words; ++i) {
+            const std::uint64_t word = key.word(i);
+            sum += (_keys[2 * i + 2] + static_cast<std::uint32_t>(word)) * (_keys[2 * i + 3] + (word >> 32));
+        }
+        return static_cast<std::uint32_t>(sum >> 32);
     }
 
     // The record of that key, or null. Good until the next insert or clear.
@@ -75,9 +80,15 @@ private:
 
     static constexpr std::size_t FEWEST_SLOTS = 16;
 
-    static std::uint64_t oddRandomNumber() {
+    using Keys = std::array<std::uint64_t, 2 + 2 * Record::words>;
+
+    static Keys randomKeys() {
         std::random_device random;
-        return static_cast<std::uint64_t>(random()) << 32 | random() | 1;
+        Keys keys;
+        for (std::uint64_t& key : keys) {
+            key = static_cast<std::uint64_t>(random()) << 32 | random();
+        }
+        return keys;
     }
 
     // Where the search for a key begins.
@@ -111,7 +122,7 @@ private:
         _slots.swap(slots);
     }
 
-    static inline const std::uint64_t _factor = oddRandomNumber();
+    static inline const Keys _keys = randomKeys();
 
     std::vector<Record> _records;
     std::vector<Slot> _slots;  // open addressing, a power of two long, at most half full

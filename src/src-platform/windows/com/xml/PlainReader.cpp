@@ -58,7 +58,8 @@ bool PlainReader::readDeclaration() {
         return true;
     }
     PlainTag::Attribute attribute;
-    if (!skipBlanks() || !readAttribute(attribute) || attribute.name != "version" ||
+    bool isEncoded = false;  // A reference has no meaning here, so the values are compared as they stand.
+    if (!skipBlanks() || !readSource(attribute, isEncoded) || attribute.name != "version" ||
         attribute.value != "1.0") {
         return false;
     }
@@ -66,7 +67,7 @@ bool PlainReader::readDeclaration() {
         // The bytes are taken as they are whatever it says, as long as it says what can be said there.
         static constexpr std::string_view known[] = {"utf-8", "UTF-8", "iso-8859-1", "ISO-8859-1",
                                                      "us-ascii"};
-        if (!readAttribute(attribute) || attribute.name != "encoding" ||
+        if (!readSource(attribute, isEncoded) || attribute.name != "encoding" ||
             std::find(std::begin(known), std::end(known), attribute.value) == std::end(known)) {
             return false;
         }
@@ -159,13 +160,18 @@ std::string_view PlainReader::readName() {
 }
 
 bool PlainReader::readAttribute(PlainTag::Attribute& attribute) {
+    bool isEncoded = false;
+    return readSource(attribute, isEncoded) && (!isEncoded || decode(attribute.value, attribute.value));
+}
+
+// Takes the value as it stands in the source.
+bool PlainReader::readSource(PlainTag::Attribute& attribute, bool& isEncoded) {
     attribute.name = readName();
     if (attribute.name.empty() || !skip("=") || _at == _end || (*_at != '"' && *_at != '\'')) {
         return false;
     }
     const char quote = *_at++;
     const char* const start = _at;
-    bool isEncoded = false;
     while (_at != _end && *_at != quote) {
         // Line ends and tabs would become blanks.
         if (*_at == '<' || static_cast<std::uint8_t>(*_at) < 0x20) {
@@ -179,7 +185,7 @@ bool PlainReader::readAttribute(PlainTag::Attribute& attribute) {
         return false;
     }
     ++_at;
-    return !isEncoded || decode(attribute.value, attribute.value);
+    return true;
 }
 
 // Replaces references by their characters and every form of line end by a line feed.

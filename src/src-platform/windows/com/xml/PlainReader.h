@@ -59,6 +59,7 @@ private:
     bool skipBlanks();
     std::string_view readName();
     bool readAttribute(PlainTag::Attribute& attribute);
+    bool readSource(PlainTag::Attribute& attribute, bool& isEncoded);
     bool decode(std::string_view source, std::string_view& text);
 
     const char* _at;
