@@ -47,6 +47,8 @@ public:
     };
 
     TokenCounts();
+    TokenCounts(const TokenCounts&) = delete;
+    TokenCounts& operator=(const TokenCounts&) = delete;
 
     // Makes room for the tokens of a text of so many bytes, as far as texts of that length usually need it.
     void expectText(std::size_t bytes);

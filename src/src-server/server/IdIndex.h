@@ -28,9 +28,8 @@ private:
     std::string_view inOrder(std::size_t i) const { return _ids[_order.empty() ? i : _order[i]]; }
 
     std::vector<std::string_view> _ids;
-    std::vector<std::uint32_t>
-        _order;             // of the places by their ids; empty if that is the order of the places
-    std::size_t _next = 0;  // behind the one that was found last
+    std::vector<std::uint32_t> _order;  // the places by their ids; empty if they have that order already
+    std::size_t _next = 0;              // behind the one that was found last
 };
 
 }  // namespace halvern::morvane

@@ -85,14 +85,14 @@ void LogImpl::assertion(const std::string& expression, const std::string& descri
 template <class Work>
 void LogImpl::guarded(std::uint32_t level, Work work) noexcept {
     // Most lines of a quiet log come to nothing, and no request should wait for another one's.
-    if (level < _level && level != logLevel::test) {
+    const bool isTest = level == logLevel::test;
+    if (level < _level && !isTest) {
         return;
     }
     try {
         platform::mutex::AutoLock<platform::mutex::MutexImpl> lock(_mutex);
         lock.lock();
-        const bool wanted = level >= _level && (_toConsole || _toFile) && !_inside;
-        if (wanted || level == logLevel::test) {
+        if (isTest || ((_toConsole || _toFile) && !_inside)) {
             const ScopedFlag inside(_inside);
             work();
         }
