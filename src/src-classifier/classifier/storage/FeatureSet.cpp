@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <tuple>
 #include <utility>
 
 #include "classifier/ClassifierException.h"
@@ -12,23 +13,6 @@
 namespace halvern::classifier::storage {
 
 namespace {
-
-// A classifier has few classes, and a scan of their names is dwarfed by the work on features.
-template <class Classes>
-auto findClass(Classes& classes, std::string_view name) {
-    return std::find_if(classes.begin(), classes.end(),
-                        [name](const ClassEntry& entry) { return entry.name == name; });
-}
-
-template <class Classes>
-auto& requireClass(Classes& classes, std::string_view name) {
-    const auto entry = findClass(classes, name);
-    if (entry == classes.end()) {
-        throw ClassifierException("Trying to get a nonexisting class with the name '" + std::string(name) +
-                                  "'.");
-    }
-    return *entry;
-}
 
 // Of the two totals the one that stored data made the greater decides, for so many occurrences may be as many
 // new features.
@@ -51,7 +35,10 @@ FeatureSet::FeatureSet() {
 }
 
 FeatureSet::FeatureSet(const FeatureSet& other)
-    : _classes(other._classes), _isSettled(other._isSettled), _liesInData(other._liesInData) {
+    : _classes(other._classes),
+      _byName(other._byName),
+      _isSettled(other._isSettled),
+      _liesInData(other._liesInData) {
     const VectorLaneFactory factory;
     _lanes.reserve(laneCount);
     for (std::size_t i = 0; i < laneCount; ++i) {
@@ -63,6 +50,7 @@ FeatureSet::~FeatureSet() = default;
 
 void FeatureSet::swap(FeatureSet& other) noexcept {
     _classes.swap(other._classes);
+    _byName.swap(other._byName);
     _lanes.swap(other._lanes);
     std::swap(_isSettled, other._isSettled);
     std::swap(_liesInData, other._liesInData);
@@ -81,15 +69,25 @@ std::shared_ptr<const ClassNames> FeatureSet::classNames() const {
     });
 }
 
-bool FeatureSet::classExists(std::string_view name) const {
-    return findClass(_classes, name) != _classes.end();
+std::size_t FeatureSet::rankOf(std::string_view name) const {
+    const auto rank = std::lower_bound(
+        _byName.begin(), _byName.end(), name,
+        [this](std::uint16_t place, std::string_view wanted) { return _classes[place].name < wanted; });
+    return static_cast<std::size_t>(rank - _byName.begin());
 }
+
+bool FeatureSet::hasRank(std::string_view name, std::size_t rank) const {
+    return rank < _byName.size() && _classes[_byName[rank]].name == name;
+}
+
+bool FeatureSet::classExists(std::string_view name) const { return hasRank(name, rankOf(name)); }
 
 void FeatureSet::addClass(std::string_view name) {
     if (name.empty()) {
         throw ClassifierException("Trying to add a class with an empty name.");
     }
-    if (classExists(name)) {
+    const std::size_t rank = rankOf(name);
+    if (hasRank(name, rank)) {
         throw ClassifierException("Trying to add an already existing class with the name '" +
                                   std::string(name) +
                                   "'. Use classExists to find out if a class already is added.");
@@ -99,13 +97,20 @@ void FeatureSet::addClass(std::string_view name) {
                                   "' to a classifier that has " + std::to_string(maxClasses) +
                                   " classes, the most that it can hold. Remove a class first.");
     }
-    _classes.push_back({std::string(name), static_cast<std::uint16_t>(_classes.size())});
+    const auto place = static_cast<std::uint16_t>(_classes.size());
+    _classes.push_back({std::string(name), place});
+    try {
+        _byName.insert(_byName.begin() + static_cast<std::ptrdiff_t>(rank), place);
+    } catch (...) {
+        _classes.pop_back();
+        throw;
+    }
     _names.forget();
 }
 
 void FeatureSet::removeClass(std::string_view name) {
-    const auto entry = findClass(_classes, name);
-    if (entry == _classes.end()) {
+    const std::size_t rank = rankOf(name);
+    if (!hasRank(name, rank)) {
         throw ClassifierException("Trying to remove a nonexisting class with the name '" + std::string(name) +
                                   "'.");
     }
@@ -113,19 +118,33 @@ void FeatureSet::removeClass(std::string_view name) {
         lane->makeOwn();
     }
     _liesInData = false;
+    const std::uint16_t removed = _byName[rank];
     for (const auto& lane : _lanes) {
-        lane->removeClass(entry->_classIndex);
+        lane->removeClass(removed);
     }
     // The lanes have moved the records of the later classes down in the same way.
-    for (auto moved = _classes.erase(entry); moved != _classes.end(); ++moved) {
+    for (auto moved = _classes.erase(_classes.begin() + removed); moved != _classes.end(); ++moved) {
         --moved->_classIndex;
+    }
+    _byName.erase(_byName.begin() + static_cast<std::ptrdiff_t>(rank));
+    for (std::uint16_t& place : _byName) {
+        place = static_cast<std::uint16_t>(place - (place > removed ? 1 : 0));
     }
     _names.forget();
 }
 
-ClassEntry& FeatureSet::getClass(std::string_view name) { return requireClass(_classes, name); }
+ClassEntry& FeatureSet::getClass(std::string_view name) {
+    return const_cast<ClassEntry&>(std::as_const(*this).getClass(name));
+}
 
-const ClassEntry& FeatureSet::getClass(std::string_view name) const { return requireClass(_classes, name); }
+const ClassEntry& FeatureSet::getClass(std::string_view name) const {
+    const std::size_t rank = rankOf(name);
+    if (!hasRank(name, rank)) {
+        throw ClassifierException("Trying to get a nonexisting class with the name '" + std::string(name) +
+                                  "'.");
+    }
+    return _classes[_byName[rank]];
+}
 
 void FeatureSet::add(std::string_view className, std::string_view feature, std::uint32_t count) {
     CHECK(feature.size() < _lanes.size(), "Add with feature bigger than max allowed size (32)");
@@ -223,6 +242,7 @@ void FeatureSet::clear() {
         lane->clear();
     }
     _classes.clear();
+    _byName.clear();
     _isSettled = true;
     _liesInData = false;
     _names.forget();
@@ -260,6 +280,11 @@ void FeatureSet::deserialize(util::database::DatabaseReader& reader,
             }
             _classes.push_back(std::move(entry));
         }
+        _byName.resize(_classes.size());
+        std::iota(_byName.begin(), _byName.end(), std::uint16_t{0});
+        std::sort(_byName.begin(), _byName.end(), [this](std::uint16_t left, std::uint16_t right) {
+            return std::tie(_classes[left].name, left) < std::tie(_classes[right].name, right);
+        });
         for (const auto& lane : _lanes) {
             lane->deserialize(reader, classCount, owner);
         }

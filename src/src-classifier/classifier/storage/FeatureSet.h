@@ -87,9 +87,13 @@ public:
     const LaneBase& lane(std::size_t index) const { return *_lanes[index]; }
 
 private:
+    // Where the first class of that name stands in _byName, or would stand.
+    std::size_t rankOf(std::string_view name) const;
+    bool hasRank(std::string_view name, std::size_t rank) const;
     void sub(ClassEntry& entry, std::string_view feature, std::uint32_t count);
 
     std::vector<ClassEntry> _classes;               // in class index order
+    std::vector<std::uint16_t> _byName;             // their places, by names, since there may be 65535
     std::vector<std::unique_ptr<LaneBase>> _lanes;  // always laneCount of them, by feature length
     bool _isSettled = true;                         // all of the class table is up to date
     bool _liesInData = false;                       // lanes may lie in the bytes that were deserialised

@@ -217,6 +217,28 @@ TEST(FeatureSetTest, TakesAGroupOfFeaturesWholeOrNotAtAll) {
     }
 }
 
+// Nothing keeps stored data from naming a class twice.
+TEST(FeatureSetTest, FindsTheFirstOfTwoClassesOfOneName) {
+    StoredClassifier stored;
+    stored.classes = {{"b", 0, 0, 0}, {"c", 1, 0, 0}, {"b", 2, 0, 0}, {"a", 3, 0, 0}, {"b", 4, 0, 0}};
+    const util::Bytes whole = stored.bytes();
+    util::database::DatabaseReader reader(std::span<const char>(whole).subspan(16));
+    FeatureSet set;
+    set.deserialize(reader);
+    for (const std::string left : {"bcbab", "cbab", "cab", "ca"}) {
+        for (const ClassEntry& entry : set.classes()) {
+            EXPECT_EQ(set.getClass(entry.name)._classIndex, left.find(entry.name)) << left;
+        }
+        if (left.find('b') == std::string::npos) {
+            EXPECT_THROW(set.removeClass("b"), ClassifierException);
+        } else {
+            set.removeClass("b");
+        }
+    }
+    set.addClass("b");
+    EXPECT_EQ(set.getClass("b")._classIndex, 2);
+}
+
 // More than is kept in a row before it is combined.
 TEST(FeatureSetTest, CountsWhatIsAddedOverAndOver) {
     FeatureSet set;
