@@ -26,6 +26,23 @@ constexpr std::array<std::uint8_t, 256> makeValues() {
 
 constexpr std::array<std::uint8_t, 256> values = makeValues();
 
+// Takes four characters at once, as nearly all groups stand, if none of them has to be skipped.
+bool takeGroup(const char* from, std::uint32_t& bits) {
+    const auto value = [from](std::size_t i) -> std::uint32_t {
+        return values[static_cast<unsigned char>(from[i])];
+    };
+    bits = value(0) << 18 | value(1) << 12 | value(2) << 6 | value(3);
+    return ((value(0) | value(1) | value(2) | value(3)) & skipped) == 0;
+}
+
+// Writes the first of the three bytes in bits.
+char* writeBytes(char* to, std::uint32_t bits, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+        *to++ = static_cast<char>(bits >> (16 - 8 * i) & 0xFF);
+    }
+    return to;
+}
+
 }  // namespace
 
 void Base64EncoderImpl::encode(const Bytes& bytes, std::string& out) const {
@@ -51,13 +68,18 @@ void Base64DecoderImpl::decode(std::string_view text, Bytes& out) const {
     if (text.empty()) {
         return;
     }
-    // Four characters give three bytes, so the text's own length is always room enough.
-    out.resize(static_cast<std::size_t>(Converter::toSigned32(text.size())));
+    // Four characters give three bytes.
+    out.resize((static_cast<std::size_t>(Converter::toSigned32(text.size())) + 3) / 4 * 3);
     const char* from = text.data();
     const char* const end = from + text.size();
     char* to = out.data();
     while (from != end && *from != 0) {
         std::uint32_t bits = 0;
+        if (end - from >= 4 && takeGroup(from, bits)) {
+            from += 4;
+            to = writeBytes(to, bits, 3);
+            continue;
+        }
         std::size_t taken = 0;
         while (taken < 4 && from != end) {
             const std::uint8_t value = values[static_cast<unsigned char>(*from++)];
@@ -66,10 +88,7 @@ void Base64DecoderImpl::decode(std::string_view text, Bytes& out) const {
                 ++taken;
             }
         }
-        bits <<= 6 * (4 - taken);
-        for (std::size_t i = 0; i < taken * 6 / 8; ++i) {
-            *to++ = static_cast<char>(bits >> (16 - 8 * i) & 0xFF);
-        }
+        to = writeBytes(to, bits << 6 * (4 - taken), taken * 6 / 8);
     }
     out.resize(static_cast<std::size_t>(to - out.data()));
 }
