@@ -15,6 +15,8 @@ class IdIndex {
 public:
     static constexpr std::size_t NOT_FOUND = SIZE_MAX;
 
+    void reserve(std::size_t ids) { _ids.reserve(ids); }
+
     // The bytes of the id must outlive the index.
     void add(std::string_view id) { _ids.push_back(id); }
 

@@ -22,6 +22,10 @@ constexpr std::size_t MAX_CLASS_NAME_LENGTH = 256;
 constexpr std::size_t MAX_CLASSIFIER_NAME_LENGTH = 128;
 constexpr std::size_t MAX_LIST_LENGTH = 100'000;  // texts, and calls of each kind
 
+// Those of a text and of a call: <text id="1"/>, <create id="1"/>.
+constexpr std::size_t MIN_TEXT_LENGTH = 14;
+constexpr std::size_t MIN_CALL_LENGTH = 16;
+
 // Far below where the parser has limits of its own.
 constexpr std::size_t MAX_REQUEST_LENGTH = 500'000'000;
 
@@ -65,6 +69,12 @@ std::size_t placeOf(std::string_view name) {
     const auto* const rule = std::find_if(std::begin(ATTRIBUTE_RULES), std::end(ATTRIBUTE_RULES),
                                           [name](const auto& each) { return each.name == name; });
     return static_cast<std::size_t>(rule - ATTRIBUTE_RULES);
+}
+
+// How many elements there can be in so many bytes. Room for all of them costs nothing where it isn't used,
+// for memory is made as it is written to, and that costs more than to fill it.
+std::size_t mostIn(std::size_t bytes, std::size_t leastLength) {
+    return std::min(bytes / leastLength, MAX_LIST_LENGTH);
 }
 
 }  // namespace
@@ -176,6 +186,9 @@ bool PlainRequest::readRoot(const PlainTag& tag, std::string_view requestNamespa
 }
 
 bool PlainRequest::readTexts(PlainReader& reader) {
+    const std::size_t most = mostIn(reader.rest(), MIN_TEXT_LENGTH);
+    _texts.reserve(most);
+    _textIds.reserve(most);
     PlainTag tag;
     while (reader.readTag(tag)) {
         if (tag.isEnd) {
@@ -213,6 +226,7 @@ bool PlainRequest::readCalls(PlainReader& reader, Sequence& sequence) {
     const CallRule* const begin = isRead ? std::begin(READ_RULES) : std::begin(WRITE_RULES);
     const CallRule* const end = isRead ? std::end(READ_RULES) : std::end(WRITE_RULES);
     const std::string sequenceName = sequence.element.getTagName();
+    sequence.calls.reserve(mostIn(reader.rest(), MIN_CALL_LENGTH));
     PlainTag tag;
     while (reader.readTag(tag)) {
         if (tag.isEnd) {
@@ -233,6 +247,7 @@ bool PlainRequest::readCalls(PlainReader& reader, Sequence& sequence) {
 // Every id stands for one text, or one call, and every text that a call names is there.
 bool PlainRequest::resolveIds() {
     IdIndex callIds;
+    callIds.reserve(_readCalls.calls.size() + _writeCalls.calls.size());
     if (!_textIds.complete()) {
         return false;
     }

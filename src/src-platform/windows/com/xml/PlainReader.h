@@ -51,6 +51,9 @@ public:
     // Reads the text up to the next tag, which has to be the end tag of this name, and that tag.
     bool readText(std::string_view name, std::string_view& text);
 
+    // The number of bytes that have not been read.
+    std::size_t rest() const { return static_cast<std::size_t>(_end - _at); }
+
     // True if nothing but blanks follows.
     bool isAtEnd();
 
