@@ -52,10 +52,15 @@ public:
         // Throws std::out_of_range for an unknown name.
         double at(std::string_view className) const;
 
+        // Null while there is no entry. Answers with the same names may share one, which never changes.
+        const std::shared_ptr<const ClassNames>& names() const { return _names; }
+        // Of the name with this index.
+        double operator[](std::size_t index) const { return _values[index]; }
+
     private:
         friend class Classification;
 
-        std::shared_ptr<const ClassNames> _names;  // null while there is no entry
+        std::shared_ptr<const ClassNames> _names;
         std::vector<double> _values;  // as many as there are names, in the order of their indexes
     };
 

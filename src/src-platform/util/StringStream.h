@@ -41,6 +41,22 @@ public:
         return append(text, static_cast<std::size_t>(end.ptr - text));
     }
 
+    // Appends what write(to) leaves from to up to the end that it returns: at most so many characters, none
+    // of which is zero.
+    template <class Write>
+    StringStream& append(std::size_t most, Write write) {
+        checkInvariants();
+        if (_pos + most >= _bufSize) {
+            growBy(most);
+        }
+        char* const from = buffer() + _pos;
+        const char* const end = write(from);
+        CHECK(from <= end && end <= from + most);
+        _pos += static_cast<std::size_t>(end - from);
+        buffer()[_pos] = 0;
+        return *this;
+    }
+
     const char* str() const { return buffer(); }
     std::uint64_t size() const { return _pos; }
 
@@ -73,7 +89,7 @@ private:
             const bool isOwn =
                 std::less_equal<>()(buffer(), text) && std::less_equal<>()(text, buffer() + _pos);
             const std::ptrdiff_t place = isOwn ? text - buffer() : 0;
-            grow((_bufSize + length) * 2 + 2);
+            growBy(length);
             text = isOwn ? buffer() + place : text;
         }
         std::memcpy(buffer() + _pos, text, length);
@@ -84,7 +100,8 @@ private:
     }
 
     // Large blocks move without being copied when they grow: the system maps their pages elsewhere.
-    void grow(std::size_t newSize) {
+    void growBy(std::size_t length) {
+        const std::size_t newSize = (_bufSize + length) * 2 + 2;
         char* const grown = static_cast<char*>(std::realloc(_heap.get(), newSize));
         if (grown == nullptr) {
             throw std::bad_alloc();

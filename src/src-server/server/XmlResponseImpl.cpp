@@ -1,28 +1,30 @@
 #include "server/XmlResponseImpl.h"
 
-#include <charconv>
-#include <cstring>
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
 #include "classifier/Classification.h"
 #include "debug/Assertion.h"
+#include "server/GeneralNumber.h"
 #include "server/ResponseText.h"
 
 namespace halvern::morvane {
 namespace {
 
-// A number as printf writes it with "%.6g", which the C++ standard promises of this conversion, locale aside.
-class GeneralNumber {
-public:
-    explicit GeneralNumber(double value) {
-        *std::to_chars(_text, _text + sizeof(_text) - 1, value, std::chars_format::general, 6).ptr = '\0';
-    }
-    const char* c_str() const { return _text; }
-
-private:
-    char _text[32];
+// A number in a stream.
+struct GeneralNumber {
+    double value;
 };
+
+template <std::size_t Size>
+util::StringStream<Size>& operator<<(util::StringStream<Size>& stream, GeneralNumber number) {
+    return stream.append(MAX_GENERAL_NUMBER,
+                         [number](char* to) { return writeGeneralNumber(to, number.value); });
+}
+
+// Behind the number of a class.
+constexpr std::string_view LINE_END = "\"/>\n";
 
 // The bytes of a keyword up to its first zero byte.
 std::string_view tokenOf(const classifier::Keyword& keyword) {
@@ -50,15 +52,12 @@ void XmlResponseImpl::classify(const std::string& id, const classifier::Classifi
     _readCalls << "\t<classify id=\"" << responseText(id) << "\">\n";
     // Clients of version 1.00 were written before there was a coverage and validate what they get.
     if (_version.number > 1.0) {
-        _readCalls << "\t\t<classification textCoverage=\""
-                   << GeneralNumber(classification.getTextCoverage()).c_str() << "\">\n";
+        _readCalls << "\t\t<classification textCoverage=\"" << GeneralNumber{classification.getTextCoverage()}
+                   << "\">\n";
     } else {
         _readCalls << "\t\t<classification>\n";
     }
-    for (const auto& [name, probability] : classification.getProbabilities()) {
-        _readCalls << "\t\t\t<class className=\"" << responseText(name) << "\" p=\""
-                   << GeneralNumber(probability).c_str() << "\"/>\n";
-    }
+    writeClasses(classification);
     _readCalls << "\t\t</classification>\n\t</classify>\n";
 }
 
@@ -66,10 +65,43 @@ void XmlResponseImpl::classifyKeywords(const std::string& id, const classifier::
     _readCalls << "\t<classifyKeywords id=\"" << responseText(id) << "\">\n\t\t<keywords>\n";
     for (const classifier::Keyword& keyword : keywords) {
         _readCalls << "\t\t\t<keyword className=\"" << responseText(keyword.className) << "\" p=\""
-                   << GeneralNumber(keyword.probability).c_str() << "\">" << responseText(tokenOf(keyword))
+                   << GeneralNumber{keyword.probability} << "\">" << responseText(tokenOf(keyword))
                    << "</keyword>\n";
     }
     _readCalls << "\t\t</keywords>\n\t</classifyKeywords>\n";
+}
+
+// Names are escaped and put between what surrounds them once for all answers of a classifier, not once for
+// each of them: with many classes that is most of what an answer costs.
+void XmlResponseImpl::writeClasses(const classifier::Classification& classification) {
+    const classifier::Classification::Probabilities& probabilities = classification.getProbabilities();
+    if (_lines.names != probabilities.names()) {
+        makeLines(probabilities.names());
+    }
+    _readCalls.append(_lines.most, [&](char* to) {
+        const char* from = _lines.text.data();
+        for (const ClassLines::Line& line : _lines.lines) {
+            to = std::copy_n(from, line.length, to);
+            from += line.length;
+            to = writeGeneralNumber(to, probabilities[line.index]);
+            to = std::copy_n(LINE_END.data(), LINE_END.size(), to);
+        }
+        return to;
+    });
+}
+
+void XmlResponseImpl::makeLines(const std::shared_ptr<const classifier::ClassNames>& names) {
+    ClassLines made;
+    made.lines.reserve(names->size());
+    for (std::size_t i = 0; i < names->size(); ++i) {
+        const std::size_t index = names->inOrder(i);
+        const std::size_t before = made.text.size();
+        made.text.append("\t\t\t<class className=\"").append(responseText((*names)[index])).append("\" p=\"");
+        made.lines.push_back({index, made.text.size() - before});
+    }
+    made.most = made.text.size() + names->size() * (MAX_GENERAL_NUMBER + LINE_END.size());
+    made.names = names;
+    _lines = std::move(made);
 }
 
 // This call has always stood one tab deeper than the other two.

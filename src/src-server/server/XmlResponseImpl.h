@@ -1,9 +1,16 @@
 #pragma once
 
+#include <cstddef>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "server/Response.h"
 #include "util/StringStream.h"
+
+namespace halvern::classifier {
+class ClassNames;
+}
 
 namespace halvern::morvane {
 
@@ -28,6 +35,20 @@ public:
     void clear() override;
 
 private:
+    // The lines of all classes of a classifier, in their order, but for their numbers.
+    struct ClassLines {
+        struct Line {
+            std::size_t index;   // of the class
+            std::size_t length;  // of what stands before its number
+        };
+        std::shared_ptr<const classifier::ClassNames> names;
+        std::vector<Line> lines;
+        std::string text;      // what stands before the numbers, one after the other
+        std::size_t most = 0;  // characters of all lines together, numbers included
+    };
+
+    void writeClasses(const classifier::Classification& classification);
+    void makeLines(const std::shared_ptr<const classifier::ClassNames>& names);
     void writeCall(const char* method, const std::string& id);
 
     ResponseVersion _version;
@@ -35,6 +56,7 @@ private:
     util::StringStream<2048> _footer;
     util::StringStream<4096> _readCalls;
     util::StringStream<4096> _writeCalls;
+    ClassLines _lines;  // of the classifier that was asked last
 };
 
 class XmlResponseFactoryImpl final : public ResponseFactory {

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <map>
 #include <string>
 
 #include "classifier/Classification.h"
@@ -47,16 +46,23 @@ TEST(XmlResponseImplTest, WhatClientsAndTextsHoldCannotBreakIt) {
     EXPECT_THAT(rendered(*response), HasSubstr("statusCode=\"5000\">No calls were found in the response."));
 }
 
-TEST(XmlResponseImplTest, NumbersReadAsPrintfWritesThem) {
-    for (const auto& [value, number] : std::map<double, std::string>{
-             {0.123456789, "0.123457"}, {0.000012345, "1.2345e-05"}, {0.9999999, "1"}, {1e-300, "1e-300"}}) {
-        classifier::Classification classification(value);
-        classification.setProbability("c", value);
-        const auto response = newResponse();
-        response->classify("1", classification);
-        EXPECT_THAT(rendered(*response), AllOf(HasSubstr(" textCoverage=\"" + number + "\">"),
-                                               HasSubstr(" p=\"" + number + "\"/>")));
+TEST(XmlResponseImplTest, EveryAnswerShowsTheClassesOfItsOwnClassifier) {
+    const auto response = newResponse();
+    classifier::Classification two(0.5);
+    two.setProbability("b", 0.9999999);
+    two.setProbability("R&D", 0.000012345);
+    classifier::Classification one(1.0);
+    one.setProbability("c", 1e-300);
+    std::string expected;
+    for (const auto* const each : {&two, &one, &two, &two}) {
+        response->classify("1", *each);
+        expected += "\t<classify id=\"1\">\n\t\t<classification textCoverage=";
+        expected += each == &one ? "\"1\">\n\t\t\t<class className=\"c\" p=\"1e-300\"/>\n"
+                                 : "\"0.5\">\n\t\t\t<class className=\"R&amp;D\" p=\"1.2345e-05\"/>\n"
+                                   "\t\t\t<class className=\"b\" p=\"1\"/>\n";
+        expected += "\t\t</classification>\n\t</classify>\n";
     }
+    EXPECT_THAT(rendered(*response), HasSubstr("<readCalls>\n" + expected + "\t</readCalls>"));
 }
 
 }  // namespace
