@@ -23,13 +23,13 @@ public:
 
     // What finds a key. To be computed once where a search may lead to an insert.
     //
-    // Under keys that are drawn once for each process, so that words can't be chosen that collide: the hash
-    // of TokenCounts, for keys of one length.
+    // To the hash of the record comes one like that of TokenCounts, for keys of one length, under keys that
+    // are drawn once for each process: no words can be chosen that collide.
     static std::uint32_t hashOf(const Record& key) {
-        std::uint64_t sum = _keys[0] + _keys[1] * key.parameter.classIndex();
+        std::uint64_t sum = key.hash() + _keys[0] * key.parameter.classIndex();
         for (std::size_t i = 0; i < Record::words; ++i) {
             const std::uint64_t word = key.word(i);
-            sum += (_keys[2 * i + 2] + static_cast<std::uint32_t>(word)) * (_keys[2 * i + 3] + (word >> 32));
+            sum += (_keys[2 * i + 1] + static_cast<std::uint32_t>(word)) * (_keys[2 * i + 2] + (word >> 32));
         }
         return static_cast<std::uint32_t>(sum >> 32);
     }
@@ -80,7 +80,7 @@ private:
 
     static constexpr std::size_t FEWEST_SLOTS = 16;
 
-    using Keys = std::array<std::uint64_t, 2 + 2 * Record::words>;
+    using Keys = std::array<std::uint64_t, 1 + 2 * Record::words>;
 
     static Keys randomKeys() {
         std::random_device random;

@@ -129,12 +129,27 @@ struct FeatureRecord {
         return parameter.classIndex() == other.parameter.classIndex() &&
                isSameFeature<N>(feature, other.feature);
     }
+    // Of the key; never stored. Takes the bytes as signed, although the order takes them as unsigned. Keys
+    // can be built that share it.
+    std::uint64_t hash() const {
+        std::uint64_t seed = 0;
+        for (std::size_t i = 0; i < N; ++i) {
+            seed = combined(seed, static_cast<std::uint64_t>(
+                                      static_cast<std::int64_t>(static_cast<signed char>(feature[i]))));
+        }
+        return combined(combined(0, seed), parameter.classIndex());
+    }
     // The feature as a row of so many numbers.
     static constexpr std::size_t words = (N + 7) / 8;
     std::uint64_t word(std::size_t index) const { return featureWord<N>(feature, index); }
 
     char feature[featureBytes];
     Parameter parameter;
+
+private:
+    static std::uint64_t combined(std::uint64_t seed, std::uint64_t value) {
+        return seed ^ (value + 0x9e3779b9u + (seed << 6) + (seed >> 2));
+    }
 };
 static_assert(sizeof(FeatureRecord<0>) == 7 && sizeof(FeatureRecord<1>) == 7 &&
               sizeof(FeatureRecord<5>) == 11 && sizeof(FeatureRecord<31>) == 37 &&
