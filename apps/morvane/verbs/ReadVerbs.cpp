@@ -44,6 +44,7 @@ void classify(Context& context, const ReadOptions& options) {
     const std::vector<NamedText> texts = options.texts.read(context);
     RequestWriter request;
     std::vector<std::string> calls;
+    calls.reserve(texts.size());
     for (const NamedText& text : texts) {
         calls.push_back(request.classify(options.classifier, request.addText(text.bytes), text.name));
     }
@@ -84,6 +85,7 @@ void keywords(Context& context, const ReadOptions& options) {
     const std::vector<NamedText> texts = options.texts.read(context);
     RequestWriter request;
     std::vector<std::string> calls;
+    calls.reserve(texts.size());
     for (const NamedText& text : texts) {
         calls.push_back(request.classifyKeywords(options.classifier, request.addText(text.bytes), text.name));
     }

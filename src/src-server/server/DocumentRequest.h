@@ -27,6 +27,7 @@ private:
     class Element final : public RequestElement {
     public:
         Element(windows::com::xml::Element element, RequestTexts& texts)
+            // NOLINTNEXTLINE(bugprone-throw-keyword-missing): its base throws exceptions and is none
             : _element(std::move(element)), _texts(&texts) {}
 
         std::string getAttribute(std::string_view name) const override;
@@ -42,6 +43,7 @@ private:
     class Sequence final : public RequestSequence {
     public:
         Sequence(const windows::com::xml::Element& element, RequestTexts& texts)
+            // NOLINTNEXTLINE(bugprone-throw-keyword-missing): its base throws exceptions and is none
             : _sequence(element), _texts(&texts), _element(element, texts) {}
 
         const RequestElement& getElement() const override { return _element; }

@@ -30,6 +30,8 @@ struct FeatureCounts {
     const char* const* features;  // size of them
     const std::uint32_t* counts;  // one for each feature, above 0
     std::size_t size;
+
+    std::string_view feature(std::size_t i) const { return {features[i], length}; }
 };
 
 // All records of the features of one length, for a caller that doesn't know the length.

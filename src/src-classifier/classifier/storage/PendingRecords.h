@@ -36,7 +36,7 @@ public:
             _records.reserve(std::max(size, 2 * _records.capacity()));
         }
         for (std::size_t i = 0; i < features.size; ++i) {
-            _records.push_back(Record({features.features[i], N}, classIndex, features.counts[i]));
+            _records.push_back(Record(features.feature(i), classIndex, features.counts[i]));
         }
         _sum += sumOf(features);
     }

@@ -273,7 +273,7 @@ std::uint32_t VectorLane<N>::addAll(const FeatureCounts& features, std::uint16_t
             Target targets[groupSize];
             const std::size_t count = std::min(groupSize, features.size - done);
             for (std::size_t i = 0; i < count; ++i) {
-                records[i] = Record({features.features[done + i], N}, classIndex, features.counts[done + i]);
+                records[i] = Record(features.feature(done + i), classIndex, features.counts[done + i]);
             }
             findTargets(records, count, targets);
             for (std::size_t i = 0; i < count; ++i, ++done) {
@@ -295,7 +295,7 @@ void VectorLane<N>::takeBack(const FeatureCounts& features, std::uint16_t classI
     }
     for (std::size_t i = 0; i < features.size; ++i) {
         std::uint32_t removed = 0;
-        sub({features.features[i], N}, classIndex, features.counts[i], removed);
+        sub(features.feature(i), classIndex, features.counts[i], removed);
     }
 }
 
@@ -511,7 +511,8 @@ void VectorLane<N>::findInBlocks(const char* const* features, const Record** pla
     }
     searchBlocks(group, [&](const Record& record, std::size_t i) {
         const std::uint64_t word = firstWord(record.feature);
-        if constexpr (N <= sizeof(word)) {
+        constexpr std::size_t wordSize = sizeof(word);
+        if constexpr (N <= wordSize) {
             return word < words[i];
         } else {
             return word < words[i] || (word == words[i] && isFeatureBelow<N>(record.feature, features[i]));

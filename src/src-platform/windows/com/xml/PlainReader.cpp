@@ -206,9 +206,8 @@ bool PlainReader::decode(std::string_view source, std::string_view& text) {
         } else if (byte == '\r') {
             decoded.push_back('\n');
             i += source.substr(i + 1).starts_with('\n') ? 1 : 0;
-        } else if (static_cast<std::uint8_t>(byte) < 0x20 && byte != '\n' && byte != '\t') {
-            return false;
-        } else if (byte == '>' && source.substr(0, i).ends_with("]]")) {
+        } else if ((static_cast<std::uint8_t>(byte) < 0x20 && byte != '\n' && byte != '\t') ||
+                   (byte == '>' && source.substr(0, i).ends_with("]]"))) {
             return false;
         } else {
             decoded.push_back(byte);
