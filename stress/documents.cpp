@@ -191,6 +191,21 @@ std::vector<Document> documents(const std::string& file) {
                                        "id=\"3\" className=\"x\" textId=\"t\"/><remove id=\"4\"/>"));
          },
          2000},
+        {"training on short words, and untraining",
+         [](std::size_t size) {
+             // With each word, and the pair with the one before, four bytes bring two new tokens.
+             const auto word = [](std::size_t i) {
+                 const auto letter = [](std::size_t j) { return static_cast<char>('\x80' + j % 128); };
+                 return std::string{letter(i), letter(i / 128), letter(i / 128 / 128), ' '};
+             };
+             return request("<texts><text id=\"t\">" + filled(size, word) + "</text></texts>" +
+                            writeCalls("trained",
+                                       "<create id=\"1\"/><addClass id=\"2\" className=\"x\"/><train "
+                                       "id=\"3\" className=\"x\" textId=\"t\"/><untrain id=\"4\" "
+                                       "className=\"x\" textId=\"t\"/><train id=\"5\" className=\"x\" "
+                                       "textId=\"t\"/><remove id=\"6\"/>"));
+         },
+         2000},
         {"CDATA sections", inRoot("<texts><text id=\"t\">", "<![CDATA[]]>", "</text></texts>" + read), 2000},
         {"references", inRoot("<texts><text id=\"t\">", "&#65;", "</text></texts>" + read), 2000},
         {"references beyond Latin-1",
