@@ -1,5 +1,6 @@
 #include "server/GeneralNumber.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <charconv>
@@ -43,7 +44,7 @@ char* writePair(char* to, std::uint32_t pair) {
         }
         return pairs;
     }();
-    std::memcpy(to, &PAIRS[2 * pair], 2);
+    std::memcpy(to, &PAIRS[std::size_t{2} * pair], 2);
     return to + 2;
 }
 
@@ -89,7 +90,7 @@ char* writeGeneralNumber(char* to, double value) {
         return to + 1;
     }
     if (exponent >= -4) {
-        std::memcpy(to, "0.000", 5);
+        std::copy_n("0.000", 5, to);
         return writeDigits(to + 1 - exponent, digits);
     }
     // The point goes between the first digit and the others, if there are any.
@@ -97,7 +98,7 @@ char* writeGeneralNumber(char* to, double value) {
     to[0] = to[1];
     to[1] = '.';
     end -= end == to + 2 ? 1 : 0;
-    std::memcpy(end, "e-", 2);
+    std::copy_n("e-", 2, end);
     end += 2;
     const auto size = static_cast<std::uint32_t>(-exponent);
     if (size >= 100) {
