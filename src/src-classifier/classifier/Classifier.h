@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -60,6 +61,9 @@ public:
     // Offers to keywords every word of the text that speaks strongly enough for one class. Otherwise like
     // classify.
     virtual void classifyKeywords(std::string_view text, Keywords& keywords) const = 0;
+
+    // The number of classes, without the copies that getInformation makes.
+    virtual std::size_t classCount() const = 0;
 
     // One record for each class, in the order of the class table.
     virtual std::vector<ClassInformation> getInformation() const = 0;

@@ -268,6 +268,8 @@ void ClassifierImpl::report(const char* description, std::uint32_t line) const {
     _callback->report("ClassifierImpl failure", description, debug::UnitName(__FILE__).c_str(), line);
 }
 
+std::size_t ClassifierImpl::classCount() const { return _features.classes().size(); }
+
 std::vector<ClassInformation> ClassifierImpl::getInformation() const {
     if (_features.isSettled()) {
         return informationOf(_features.classes());

@@ -36,6 +36,7 @@ public:
     void compact() override;
     void classify(std::string_view text, Classification& classification) const override;
     void classifyKeywords(std::string_view text, Keywords& keywords) const override;
+    std::size_t classCount() const override;
     std::vector<ClassInformation> getInformation() const override;
     void getTrainingData(util::Bytes& out) const override;
     void getTrainingData(util::Pieces& out) const override;

@@ -230,7 +230,7 @@ void XmlClassifier::classify(const RequestElement& call) {
 void XmlClassifier::classifyKeywords(const RequestElement& call) {
     const util::Bytes text = call.getText();
     const ReadAccess access(_jobDistribution, classifierPath(call));
-    classifier::Keywords keywords(KEYWORD_LIMIT, minKeywordProbability(access->getInformation().size()));
+    classifier::Keywords keywords(KEYWORD_LIMIT, minKeywordProbability(access->classCount()));
     access->classifyKeywords(view(text), keywords);
     // Keywords point into the classifier, so the response takes its copies under the lock.
     _response->classifyKeywords(_callId, keywords);
