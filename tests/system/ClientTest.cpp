@@ -51,15 +51,20 @@ TEST_F(ClientTest, EachTextIsLearnedOnceThroughKillsOfClientAndServer) {
     };
     ASSERT_EQ(client(arguments("straight"))->wait(), 0) << output();
 
+    // Each life lasts for so many steps of the import, however fast it is, and ends anywhere within the next.
     // The server of the next life has another port, to which only a new client finds.
     int lives = 0;
     for (bool isDone = false; !isDone; ++lives) {
         const auto process = client(arguments("killed"));
-        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(random() % 100);
         const bool isLeftAlone = lives >= 40;
-        while (!process->hasEnded() && (isLeftAlone || std::chrono::steady_clock::now() < end)) {
+        std::string step = support::readFile(_folder.file("journal"));
+        for (auto steps = random() % 16; !process->hasEnded() && (isLeftAlone || steps > 0);) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            const std::string now = support::readFile(_folder.file("journal"));
+            steps -= now != step && steps > 0 ? 1 : 0;
+            step = now;
         }
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 4000));
         isDone = process->hasEnded();
         if (isDone) {
             ASSERT_EQ(process->wait(), 0) << output();
