@@ -3,26 +3,14 @@
 #include <algorithm>
 #include <bit>
 #include <limits>
-#include <random>
 
 namespace halvern::classifier {
 
-TokenCounts::Hash::Hash() {
-    std::random_device random;
-    for (std::uint64_t& key : _keys) {
-        key = (static_cast<std::uint64_t>(random()) << 32) | random();
-    }
-    _emptyMiddle = _keys[2] * _keys[3] + _keys[4] * _keys[5];
-}
-
 // Most tokens leave the words in the middle empty. What those add then is known beforehand.
 inline std::uint32_t TokenCounts::Hash::operator()(const Token& token) const {
-    const auto product = [&](std::size_t i) {
-        const std::uint64_t word = token.words()[i];
-        return (_keys[2 * i] + static_cast<std::uint32_t>(word)) * (_keys[2 * i + 1] + (word >> 32));
-    };
-    const std::uint64_t middle = token.length() <= 8 ? _emptyMiddle : product(1) + product(2);
-    return static_cast<std::uint32_t>((_keys[8] + product(0) + middle + product(3)) >> 32);
+    const auto share = [&](std::size_t i) { return shareOfWord(token.words()[i], &_keys[2 * i]); };
+    const std::uint64_t middle = token.length() <= 8 ? _emptyMiddle : share(1) + share(2);
+    return static_cast<std::uint32_t>((_keys[8] + share(0) + middle + share(3)) >> 32);
 }
 
 const TokenCounts::Hash& TokenCounts::processHash() {

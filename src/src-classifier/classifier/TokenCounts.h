@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "classifier/MultilinearHash.h"
 #include "classifier/NearMemory.h"
 #include "classifier/Token.h"
 
@@ -66,17 +67,14 @@ public:
     Iterator end() const { return {*this, _records.size()}; }
 
 private:
-    // A multilinear hash of 32-bit words under random 64-bit keys: two tokens that were chosen without
-    // knowing the keys share a hash with a chance of 2^-32 (Lemire and Kaser, "Strongly universal string
-    // hashing is fast").
+    // The multilinear hash of a token.
     class Hash {
     public:
-        Hash();
         std::uint32_t operator()(const Token& token) const;
 
     private:
-        std::array<std::uint64_t, 9> _keys;
-        std::uint64_t _emptyMiddle;
+        const std::array<std::uint64_t, 9> _keys = randomKeys<9>();
+        const std::uint64_t _emptyMiddle = shareOfWord(0, &_keys[2]) + shareOfWord(0, &_keys[4]);
     };
 
     struct Record {

@@ -1,13 +1,13 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <random>
 #include <utility>
 #include <vector>
+
+#include "classifier/MultilinearHash.h"
 
 namespace halvern::classifier::storage {
 
@@ -23,13 +23,12 @@ public:
 
     // What finds a key. To be computed once where a search may lead to an insert.
     //
-    // To the hash of the record comes one like that of TokenCounts, for keys of one length, under keys that
-    // are drawn once for each process: no words can be chosen that collide.
+    // To the hash of the record comes a multilinear one, whose keys are drawn once for each process: no words
+    // can be chosen that collide.
     static std::uint32_t hashOf(const Record& key) {
         std::uint64_t sum = key.hash() + _keys[0] * key.parameter.classIndex();
         for (std::size_t i = 0; i < Record::words; ++i) {
-            const std::uint64_t word = key.word(i);
-            sum += (_keys[2 * i + 1] + static_cast<std::uint32_t>(word)) * (_keys[2 * i + 2] + (word >> 32));
+            sum += shareOfWord(key.word(i), &_keys[2 * i + 1]);
         }
         return static_cast<std::uint32_t>(sum >> 32);
     }
@@ -80,17 +79,6 @@ private:
 
     static constexpr std::size_t FEWEST_SLOTS = 16;
 
-    using Keys = std::array<std::uint64_t, 1 + 2 * Record::words>;
-
-    static Keys randomKeys() {
-        std::random_device random;
-        Keys keys;
-        for (std::uint64_t& key : keys) {
-            key = static_cast<std::uint64_t>(random()) << 32 | random();
-        }
-        return keys;
-    }
-
     // Where the search for a key begins.
     static std::size_t firstSlot(std::uint32_t hash, const std::vector<Slot>& slots) {
         return static_cast<std::size_t>(std::uint64_t{hash} * slots.size() >> 32);
@@ -122,7 +110,7 @@ private:
         _slots.swap(slots);
     }
 
-    static inline const Keys _keys = randomKeys();
+    static inline const auto _keys = randomKeys<1 + 2 * Record::words>();
 
     std::vector<Record> _records;
     std::vector<Slot> _slots;  // open addressing, a power of two long, at most half full
