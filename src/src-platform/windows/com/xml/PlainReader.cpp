@@ -57,17 +57,16 @@ bool PlainReader::readDeclaration() {
     if (!skip("<?xml")) {
         return true;
     }
+    // A reference has no meaning here, so the values are compared as they stand.
     PlainTag::Attribute attribute;
-    bool isEncoded = false;  // A reference has no meaning here, so the values are compared as they stand.
-    if (!skipBlanks() || !readSource(attribute, isEncoded) || attribute.name != "version" ||
-        attribute.value != "1.0") {
+    if (!skipBlanks() || !readSource(attribute) || attribute.name != "version" || attribute.value != "1.0") {
         return false;
     }
     if (skipBlanks() && _at != _end && *_at != '?') {
         // The bytes are taken as they are whatever it says, as long as it says what can be said there.
         static constexpr std::string_view known[] = {"utf-8", "UTF-8", "iso-8859-1", "ISO-8859-1",
                                                      "us-ascii"};
-        if (!readSource(attribute, isEncoded) || attribute.name != "encoding" ||
+        if (!readSource(attribute) || attribute.name != "encoding" ||
             std::find(std::begin(known), std::end(known), attribute.value) == std::end(known)) {
             return false;
         }
@@ -160,12 +159,11 @@ std::string_view PlainReader::readName() {
 }
 
 bool PlainReader::readAttribute(PlainTag::Attribute& attribute) {
-    bool isEncoded = false;
-    return readSource(attribute, isEncoded) && (!isEncoded || decode(attribute.value, attribute.value));
+    return readSource(attribute) &&
+           (attribute.value.find('&') == std::string_view::npos || decode(attribute.value, attribute.value));
 }
 
-// Takes the value as it stands in the source.
-bool PlainReader::readSource(PlainTag::Attribute& attribute, bool& isEncoded) {
+bool PlainReader::readSource(PlainTag::Attribute& attribute) {
     attribute.name = readName();
     if (attribute.name.empty() || !skip("=") || _at == _end || (*_at != '"' && *_at != '\'')) {
         return false;
@@ -177,7 +175,6 @@ bool PlainReader::readSource(PlainTag::Attribute& attribute, bool& isEncoded) {
         if (*_at == '<' || static_cast<std::uint8_t>(*_at) < 0x20) {
             return false;
         }
-        isEncoded |= *_at == '&';
         ++_at;
     }
     attribute.value = {start, static_cast<std::size_t>(_at - start)};

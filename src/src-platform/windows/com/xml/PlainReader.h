@@ -62,7 +62,8 @@ private:
     bool skipBlanks();
     std::string_view readName();
     bool readAttribute(PlainTag::Attribute& attribute);
-    bool readSource(PlainTag::Attribute& attribute, bool& isEncoded);
+    // The value stays as it stands in the source.
+    bool readSource(PlainTag::Attribute& attribute);
     bool decode(std::string_view source, std::string_view& text);
 
     const char* _at;
