@@ -38,6 +38,13 @@ public:
                    std::uint32_t) noexcept override {}
 };
 
+// The document around what stands between the root's tags of a request.
+inline std::string requestAround(const std::string& content) {
+    return "<?xml version='1.0'?><morvane xmlns='http://morvane.example/1/server/RequestSchema' "
+           "version='1.01'>" +
+           content + "</morvane>";
+}
+
 struct Disk {
     const io::filesystem::LoadFile& load;
     const io::filesystem::SaveFile& save;

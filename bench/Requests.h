@@ -41,9 +41,7 @@ struct Requests {
                " speaks of the weather and the sea, and number " + id + " of nothing else</text>";
     }
     static std::string request(const std::string& texts, const std::string& calls) {
-        return "<?xml version='1.0'?><morvane xmlns='http://morvane.example/1/server/RequestSchema' "
-               "version='1.01'>" +
-               texts + calls + "</morvane>";
+        return requestAround(texts + calls);
     }
     // A request with one call for each of so many texts.
     static std::string requestOf(std::int64_t count, const std::string& opening, const std::string& call,

@@ -108,10 +108,9 @@ private:
 };
 
 std::string request(const std::string& classifier, const std::string& texts, const std::string& calls) {
-    return "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<morvane "
-           "xmlns=\"http://morvane.example/1/server/RequestSchema\" version=\"1.01\">\n" +
-           (texts.empty() ? "" : "<texts>\n" + texts + "</texts>\n") + "<writeCalls classifierName=\"" +
-           classifier + "\">\n" + calls + "</writeCalls>\n</morvane>";
+    return bench::requestAround((texts.empty() ? "" : "<texts>\n" + texts + "</texts>\n") +
+                                "<writeCalls classifierName=\"" + classifier + "\">\n" + calls +
+                                "</writeCalls>\n");
 }
 
 std::string makingOf(const std::string& classifier, const Samples& samples) {
